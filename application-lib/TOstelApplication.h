@@ -1,0 +1,88 @@
+#ifndef T_OSTEL_APPLICATION_H
+#define T_OSTEL_APPLICATION_H
+
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "IOstelAppStateObserver.h"
+#include "IOstelDataModelChangeObserverRemote.h"
+#include "OstelApi.h"
+#include "TOstelEventListener.h"
+#include "TOstelIpc.h"
+#include "tOstelTypes.h"
+
+class TOstelJsonObject;
+class TOstelLogger;
+struct ssl_ctx_st;
+
+// The one object through which an application reads, writes and watches the device's data model.
+//
+// Each operation blocks its caller for the round trip to the data-model service and may be called
+// from any thread. It returns the service's code; RC_RUNTIME_ERROR when the bus or a document
+// failed, and RC_FAILURE when nobody answered. Both are logged.
+//
+// The order of the virtual operations and of the members is part of the binary interface.
+class OSTEL_API TOstelApplication : public IOstelIpcMethodHandler, public TOstelEventListener {
+public:
+    struct TOstelAppParam {
+        std::string name;
+        std::string value;
+    };
+
+    static TOstelApplication* GetInstance();
+
+    TOstelApplication(const TOstelApplication&) = delete;
+    TOstelApplication& operator=(const TOstelApplication&) = delete;
+
+    // Answers the other applications' question whether this one is active.
+    int OnMethodCall(const std::string& method, const std::string& request,
+                     std::string& reply) override;
+    ~TOstelApplication() override;
+
+    // Connects to the bus under the client's name and starts to receive. Does nothing once it has
+    // succeeded; a failure is logged, and a later call tries again.
+    void Initialize(tOstelClientId client);
+
+    std::string GetVersion();
+
+    // `name` is a parameter or a partial path, which ends in a point and yields every parameter
+    // below it.
+    tOstelReturnCode GetParam(const std::string& name, std::vector<TOstelAppParam>& params);
+    // The first of the parameters; `value` is left alone when there is none.
+    tOstelReturnCode GetParam(const std::string& name, std::string& value);
+    // Puts the reply's parameters under "PARAMS", as they came.
+    tOstelReturnCode GetParam(const std::string& name, TOstelJsonObject& result);
+    // Without `commit` the value waits for Commit.
+    tOstelReturnCode SetParam(const std::string& name, const std::string& value, bool commit);
+    tOstelReturnCode Commit();
+
+    // Empty when it could not be read; read once, without a lock: fetch it before sharing it.
+    std::string GetUnitSerialNumber();
+
+    void SendEvent(const std::string& name, const std::string& data);
+
+    void AddAppStateChangeObserver(IOstelAppStateObserver* observer);
+    void RemoveAppStateChangeObserver(IOstelAppStateObserver* observer);
+    void NotifyAppStateChangeObservers(IOstelAppStateObserver::TOstelAppState state,
+                                       const std::string& appName);
+    void OnAppStateChange(const std::string& eventName, const std::string& eventData);
+
+private:
+    class TAppStateChangeHandler;
+    class TRemoteDataModelChangeHandler;
+
+    TOstelApplication();
+
+    bool m_Initialized;
+    TOstelLogger* m_Logger;
+    std::set<IOstelAppStateObserver*> m_AppStateObservers;
+    std::map<IOstelDataModelChangeObserverRemote*, std::set<std::string>> m_RemoteObservers;
+    std::string m_UnitSerialNumber;
+    std::string m_CertificateDirectory;
+    ssl_ctx_st* m_TlsContext;
+};
+
+#endif

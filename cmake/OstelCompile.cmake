@@ -1,0 +1,40 @@
+# How every target of the project is compiled: the language, the warnings, the sanitizers, and
+# file names in messages that start at the project's root.
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 99)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM)
+  set(CMAKE_C_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
+endif()
+
+if(OSTEL_SANITIZE)
+  add_compile_options(-fsanitize=${OSTEL_SANITIZE} -fno-omit-frame-pointer
+                      -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${OSTEL_SANITIZE})
+endif()
+
+add_library(ostel_build INTERFACE)
+target_compile_options(ostel_build INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-align -Wcast-qual
+  -Wformat-security -Wundef -Wmissing-declarations -Wnull-dereference -Werror
+  $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual
+    -Wextra-semi -Wzero-as-null-pointer-constant>
+  -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+# Only interfaces that OpenSSL 1.1.1 and 3.x both have.
+target_compile_definitions(ostel_build INTERFACE OPENSSL_API_COMPAT=0x10101000L)
+target_link_options(ostel_build INTERFACE -Wl,--as-needed)
+if(NOT OSTEL_SANITIZE)
+  target_link_options(ostel_build INTERFACE -Wl,--no-undefined)
+endif()

@@ -1,0 +1,11 @@
+# The libraries that the project calls. The i386 preset points pkg-config at its own sysroot.
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(JANSSON REQUIRED IMPORTED_TARGET jansson)
+pkg_check_modules(DBUS REQUIRED IMPORTED_TARGET dbus-1)
+pkg_check_modules(OPENSSL REQUIRED IMPORTED_TARGET openssl>=1.1.1)
+if(OSTEL_BUILD_TOOLS)
+  pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
+  find_package(CLI11 REQUIRED)
+endif()

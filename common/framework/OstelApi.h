@@ -1,0 +1,7 @@
+// Marks what the library exports; everything else stays inside it.
+#ifndef OSTEL_API_H
+#define OSTEL_API_H
+
+#define OSTEL_API __attribute__((visibility("default")))
+
+#endif
