@@ -30,15 +30,14 @@ constexpr std::array<char, N> WithoutExtension(const char (&file)[N]) {
 
 }  // namespace OstelLog
 
-#define OSTEL_LOG(level, ...) OSTEL_LOG_AT(level, __LINE__, __VA_ARGS__)
+#define OSTEL_LOG(level, format, ...) OSTEL_LOG_AT(level, __LINE__, format, __VA_ARGS__)
 
 // For the lines whose number is part of the message and does not follow the source.
-#define OSTEL_LOG_AT(level, line, ...) OSTEL_LOG_FORMAT(level, line, __VA_ARGS__, "")
-#define OSTEL_LOG_FORMAT(level, line, format, ...)                                            \
-    do {                                                                                      \
-        static constexpr auto ostelModule = OstelLog::WithoutExtension(__FILE__);             \
-        ztLogging_log(level, "[%s:%d][%s]: " format "%s", ostelModule.data(), line, __func__, \
-                      __VA_ARGS__);                                                           \
+#define OSTEL_LOG_AT(level, line, format, ...)                                           \
+    do {                                                                                 \
+        static constexpr auto ostelModule = OstelLog::WithoutExtension(__FILE__);        \
+        ztLogging_log(level, "[%s:%d][%s]: " format, ostelModule.data(), line, __func__, \
+                      __VA_ARGS__);                                                      \
     } while (false)
 
 #endif

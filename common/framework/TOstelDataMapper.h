@@ -1,9 +1,12 @@
 #ifndef T_OSTEL_DATA_MAPPER_H
 #define T_OSTEL_DATA_MAPPER_H
 
+#include <initializer_list>
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <typeinfo>
+#include <utility>
 
 #include "OstelApi.h"
 #include "tOstelTypes.h"
@@ -17,18 +20,54 @@ public:
     class OSTEL_API TMappingException : public std::runtime_error {
     public:
         using std::runtime_error::runtime_error;
+        TMappingException(const TMappingException&) = default;
+        TMappingException& operator=(const TMappingException&) = default;
         ~TMappingException() override;
     };
 
+    // One enumeration's table.
     class OSTEL_API IEnumMapping {
     public:
-        virtual ~IEnumMapping() = default;
+        IEnumMapping() = default;
+        IEnumMapping(const IEnumMapping&) = delete;
+        IEnumMapping& operator=(const IEnumMapping&) = delete;
+        virtual ~IEnumMapping();
         // The runtime type name of the enumeration that the table maps.
         virtual std::string GetTypeName() const = 0;
     };
 
     template <typename T>
-    class TEnumMapping;
+    class TEnumMapping : public IEnumMapping {
+    public:
+        TEnumMapping(std::initializer_list<std::pair<T, std::string>> rows) {
+            for (const auto& row : rows) {
+                m_Strings.emplace(row.first, row.second);
+                m_Values.emplace(row.second, row.first);
+            }
+        }
+
+        std::string GetTypeName() const override { return typeid(T).name(); }
+
+        const std::string& GetString(T value) const {
+            const auto found = m_Strings.find(value);
+            if (found == m_Strings.end()) {
+                ThrowNoString(typeid(T).name(), static_cast<int>(value));
+            }
+            return found->second;
+        }
+
+        T GetValue(const std::string& text) const {
+            const auto found = m_Values.find(text);
+            if (found == m_Values.end()) {
+                ThrowNoValue(typeid(T).name(), text);
+            }
+            return found->second;
+        }
+
+    private:
+        std::map<T, std::string> m_Strings;
+        std::map<std::string, T> m_Values;
+    };
 
     static TOstelDataMapper* GetInstance();
 
@@ -36,12 +75,17 @@ public:
     TOstelDataMapper& operator=(const TOstelDataMapper&) = delete;
     virtual ~TOstelDataMapper();
 
+    // The name of a value of one of the enumerations of tOstelTypes.h.
     template <typename T>
-    const std::string& MapEnumToString(T value) const;
+    const std::string& MapEnumToString(T value) const {
+        return FindMapping<T>().GetString(value);
+    }
 
     // Byte for byte: letter case counts.
     template <typename T>
-    T MapStringToEnum(const std::string& text) const;
+    T MapStringToEnum(const std::string& text) const {
+        return FindMapping<T>().GetValue(text);
+    }
 
     const char* MapClientIdToLoggerName(tOstelClientId id) const;
 
@@ -54,6 +98,15 @@ public:
 
 private:
     TOstelDataMapper();
+
+    template <typename T>
+    const TEnumMapping<T>& FindMapping() const {
+        return static_cast<const TEnumMapping<T>&>(FindMapping(typeid(T).name()));
+    }
+
+    const IEnumMapping& FindMapping(const char* typeName) const;
+    [[noreturn]] static void ThrowNoString(const char* typeName, int value);
+    [[noreturn]] static void ThrowNoValue(const char* typeName, const std::string& text);
 
     std::map<std::string, IEnumMapping*> m_Registry;
     const TEnumMapping<tOstelClientId>* m_AppDataModels;
