@@ -1,0 +1,141 @@
+#include "TOstelIpc.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "OstelLog.h"
+
+namespace {
+
+const std::string ALL_EVENTS = "*";
+
+const std::string& ListenerKey(const std::string& eventName) {
+    return eventName.empty() ? ALL_EVENTS : eventName;
+}
+
+// A listener may add and remove listeners while it is told, so the walk looks for the next one by
+// the address of the last instead of keeping an iterator.
+void Tell(const std::set<IOstelIpcEventListener*>& listeners, const std::string& eventName,
+          const std::string& eventData) {
+    for (auto next = listeners.begin(); next != listeners.end();) {
+        IOstelIpcEventListener* const listener = *next;
+        listener->OnEvent(eventName, eventData);
+        next = listeners.upper_bound(listener);
+    }
+}
+
+}  // namespace
+
+// The application object registers for these while the library is being loaded.
+__attribute__((init_priority(1000))) const std::string TOstelIpc::ON_APP_CONNECTED_EVENT =
+    "APP_CONNECTED";
+__attribute__((init_priority(1000))) const std::string TOstelIpc::ON_APP_DISCONNECTED_EVENT =
+    "APP_DISCONNECTED";
+
+TOstelIpc::TOstelIpc() : m_Running(false), m_Monitor(false), m_TimeoutMs(60000), m_Threads(1) {}
+
+TOstelIpc::~TOstelIpc() {
+    TOstelIpc::Stop();
+    // What is left is a worker that destroys its own object, by ending the process from inside a
+    // callback.
+    for (std::thread& worker : m_Workers) {
+        worker.detach();
+    }
+}
+
+void TOstelIpc::OnEvent(const std::string& eventName, const std::string& eventData) {
+    OSTEL_LOG(ZT_LOG_LEVEL_DEBUG, "'%s' - '%s'", eventName.c_str(), eventData.c_str());
+    const std::lock_guard<std::recursive_mutex> lock(m_ListenerMutex);
+    // The sets stay where they are when a listener makes the table grow.
+    Tell(m_Listeners[ALL_EVENTS], eventName, eventData);
+    const auto found = m_Listeners.find(eventName);
+    if (found != m_Listeners.end()) {
+        Tell(found->second, eventName, eventData);
+    }
+}
+
+void TOstelIpc::Init(const std::string& name) {
+    m_Name = name;
+}
+
+void TOstelIpc::Run() {
+    m_Running = true;
+    for (std::int32_t i = 0; i < m_Threads; ++i) {
+        m_Workers.emplace_back([this] { MainLoop(); });
+    }
+}
+
+void TOstelIpc::AddEventLstener(IOstelIpcEventListener* listener, const std::string& eventName) {
+    const std::lock_guard<std::recursive_mutex> lock(m_ListenerMutex);
+    m_Listeners[ListenerKey(eventName)].insert(listener);
+}
+
+void TOstelIpc::RemoveEventLstener(IOstelIpcEventListener* listener, const std::string& eventName) {
+    const std::lock_guard<std::recursive_mutex> lock(m_ListenerMutex);
+    m_Listeners[ListenerKey(eventName)].erase(listener);
+}
+
+void TOstelIpc::AddMethodHandler(const std::string& methodName, IOstelIpcMethodHandler* handler) {
+    const std::lock_guard<std::recursive_mutex> lock(m_HandlerMutex);
+    m_Handlers[methodName] = handler;
+}
+
+void TOstelIpc::RemoveMethodHandler(const std::string& methodName) {
+    const std::lock_guard<std::recursive_mutex> lock(m_HandlerMutex);
+    m_Handlers.erase(methodName);
+}
+
+int TOstelIpc::OnMethodCall(const std::string& methodName, const std::string& methodData,
+                            std::string& reply) {
+    const std::lock_guard<std::recursive_mutex> lock(m_HandlerMutex);
+    const auto found = m_Handlers.find(methodName);
+    if (found == m_Handlers.end() || found->second == nullptr) {
+        return -1;
+    }
+    return found->second->OnMethodCall(methodName, methodData, reply);
+}
+
+void TOstelIpc::Stop() {
+    m_Running = false;
+    const auto self = std::this_thread::get_id();
+    for (auto worker = m_Workers.begin(); worker != m_Workers.end();) {
+        // A worker that stops its own object from inside a callback cannot wait for itself: it
+        // leaves its loop afterwards, and the next Stop or the destruction joins it.
+        if (worker->get_id() == self) {
+            ++worker;
+            continue;
+        }
+        if (worker->joinable()) {
+            worker->join();
+        }
+        worker = m_Workers.erase(worker);
+    }
+}
+
+void TOstelIpc::Configure(const TOstelIpcSettings& settings) {
+    constexpr std::uint32_t longest = std::numeric_limits<std::int32_t>::max() / 1000;
+    m_TimeoutMs = static_cast<std::int32_t>(std::min(settings.timeout, longest) * 1000);
+    m_Threads = settings.threads;
+    m_Monitor = settings.monitor;
+}
+
+void TOstelIpc::GetSettings(TOstelIpcSettings& settings) const {
+    settings.timeout = static_cast<std::uint32_t>(m_TimeoutMs / 1000);
+    settings.threads = m_Threads;
+    settings.monitor = m_Monitor;
+}
+
+void TOstelIpc::SetMethodServerId(const std::string& methodName, const std::string& serverId) {
+    m_ServerIds[methodName] = serverId;
+}
+
+void TOstelIpc::GetMethodServerId(const std::string& methodName, std::string& serverId) const {
+    if (m_ServerIds.empty()) {
+        return;
+    }
+    auto found = m_ServerIds.find(methodName);
+    if (found == m_ServerIds.end()) {
+        found = m_ServerIds.find("*");
+    }
+    serverId = found == m_ServerIds.end() ? std::string() : found->second;
+}
