@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -46,6 +47,8 @@ public:
     // succeeded; a failure is logged, and a later call tries again.
     void Initialize(tOstelClientId client);
 
+    bool IsInitialized() const { return m_Initialized; }
+
     std::string GetVersion();
 
     // `name` is a parameter or a partial path, which ends in a point and yields every parameter
@@ -59,9 +62,41 @@ public:
     tOstelReturnCode SetParam(const std::string& name, const std::string& value, bool commit);
     tOstelReturnCode Commit();
 
+    // The parameters named in `params`, in one request; the reply's list replaces them.
+    tOstelReturnCode GetParamArray(std::vector<TOstelAppParam>& params);
+    // One list of (name, value) pairs for each requested name. A "*" in a name stands for an
+    // instance number. `results` is untouched unless the result is RC_SUCCESS.
+    tOstelReturnCode GetParamArray(
+        const std::vector<std::string>& names,
+        std::vector<std::vector<std::pair<std::string, std::string>>>& results);
+    tOstelReturnCode SetParamArray(const std::vector<TOstelAppParam>& params, bool commit);
+
+    // As the array operations, with names below the object `root`.
+    tOstelReturnCode GetObject(const std::string& root, std::vector<TOstelAppParam>& params);
+    tOstelReturnCode SetObject(const std::string& root, const std::vector<TOstelAppParam>& params,
+                               bool commit);
+    // These three add to their output; pass it empty to have the reply's content only.
+    tOstelReturnCode GetObjectIds(const std::string& object, std::vector<int>& ids);
+    tOstelReturnCode GetObjectTree(const std::string& object, std::vector<std::string>& names);
+    // An application's own instance numbers and the platform's, in pairs, by data-model name.
+    tOstelReturnCode GetIndexMap(
+        std::unordered_map<std::string, std::vector<std::pair<int, int>>>& map);
+    // `id` is the new instance's number.
+    tOstelReturnCode AddObject(const std::string& object, int& id);
+    tOstelReturnCode RemoveObject(const std::string& instance);
+
+    // The parameters of a reply's "PARAMS", and back.
+    void PopulateParamArray(const TOstelJsonObject& reply, std::vector<TOstelAppParam>& params);
+    void ParamArrayToJson(const std::vector<TOstelAppParam>& params, TOstelJsonObject& json);
+
     // Empty when it could not be read; read once, without a lock: fetch it before sharing it.
     std::string GetUnitSerialNumber();
 
+    // Asks another application, by its client name, for at most a second. `active` is left alone
+    // when the name is empty or the bus fails.
+    tOstelReturnCode IsAppActive(const std::string& appName, bool& active);
+
+    // A failure is logged.
     void SendEvent(const std::string& name, const std::string& data);
 
     void AddAppStateChangeObserver(IOstelAppStateObserver* observer);
@@ -70,11 +105,19 @@ public:
                                        const std::string& appName);
     void OnAppStateChange(const std::string& eventName, const std::string& eventData);
 
+    void NotifyDataModelChangeObserversRemote(const std::string& name, const std::string& value,
+                                              const std::string& serialNumber);
+    void OnRemoteDataModelChange(const std::string& eventName, const std::string& eventData);
+
 private:
     class TAppStateChangeHandler;
     class TRemoteDataModelChangeHandler;
 
     TOstelApplication();
+
+    tOstelReturnCode Call(const std::string& type, const TOstelJsonObject& request,
+                          std::string& reply);
+    tOstelReturnCode Call(const std::string& type, const TOstelJsonObject& request);
 
     bool m_Initialized;
     TOstelLogger* m_Logger;
