@@ -1,0 +1,532 @@
+// The records of the flat interface are converted to the application object's texts and lists and
+// back here; everything else is the application object's work. Wildcards are at the end.
+#include "ostelAppLib.h"
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+#include <mutex>
+#include <new>
+#include <stdexcept>
+#include <unordered_map>
+#include <utility>
+
+#include "IOstelCpeClientStateObserver.h"
+#include "IOstelDataModelChangeObserver.h"
+#include "IOstelObserver.h"
+#include "TOstelApplication.h"
+#include "TOstelDataMapper.h"
+#include "TOstelIpc.h"
+#include "TOstelJsonObject.h"
+#include "TOstelLogger.h"
+#include "zt_logging.h"
+
+namespace {
+
+using TParams = std::vector<TOstelApplication::TOstelAppParam>;
+
+// Forwards the application object's notifications to the three callbacks. The mutex is recursive
+// so that a callback may subscribe and unsubscribe.
+class TNotifier : public IOstelCpeClientStateObserver,
+                  public IOstelDataModelChangeObserver,
+                  public IOstelObserver {
+public:
+    TNotifier()
+        : m_DataMapper(TOstelDataMapper::GetInstance()),
+          m_Ipc(getOstelIpcInstance()),
+          m_Application(TOstelApplication::GetInstance()) {}
+    TNotifier(const TNotifier&) = delete;
+    TNotifier& operator=(const TNotifier&) = delete;
+
+    // The application object outlives this one and its worker may still notify.
+    ~TNotifier() override { Unregister(); }
+
+    TOstelApplication& Application() const { return *m_Application; }
+    TOstelIpc& Ipc() const { return *m_Ipc; }
+
+    void Register() {
+        m_Application->AddObserver(this);
+        m_Application->AddCpeClientStateObserver(this);
+        m_Application->AddDataModelChangeObserver(this);
+    }
+
+    void Unregister() {
+        m_Application->RemoveObserver(this);
+        m_Application->RemoveCpeClientStateObserver(this);
+        m_Application->RemoveDataModelChangeObserver(this);
+    }
+
+    void Subscribe(tOstelAppLibClientDeviceStateCallback clientDeviceState,
+                   tOstelAppLibDataModelChangeCallback dataModelChange,
+                   tOstelAppLibSoftwareUpdateCallback softwareUpdate) {
+        const std::lock_guard<std::recursive_mutex> lock(m_Mutex);
+        m_ClientDeviceState = clientDeviceState;
+        m_DataModelChange = dataModelChange;
+        m_SoftwareUpdate = softwareUpdate;
+    }
+
+    void OnCpeClientStateChanged(TOstelCpeClientState state, const std::string& macAddress,
+                                 const std::string& hostName) override {
+        const std::lock_guard<std::recursive_mutex> lock(m_Mutex);
+        if (m_ClientDeviceState == nullptr || state < CONNECTED || state > BLOCKED_ATTEMPT) {
+            return;
+        }
+        m_ClientDeviceState(static_cast<tOstelAppClientDeviceState>(state), macAddress.c_str(),
+                            hostName.c_str());
+    }
+
+    void OnDataModelParamChanged(const std::string& name, const std::string& value) override {
+        const std::lock_guard<std::recursive_mutex> lock(m_Mutex);
+        if (m_DataModelChange != nullptr) {
+            m_DataModelChange(name.c_str(), value.c_str());
+        }
+    }
+
+    void OnEvent(const std::string& name, const std::string& data) override {
+        const std::lock_guard<std::recursive_mutex> lock(m_Mutex);
+        if (m_SoftwareUpdate == nullptr ||
+            name != m_DataMapper->MapEnumToString(EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT)) {
+            return;
+        }
+        // Kept although the listener has taken the URL out of the event already: callers have
+        // always been given what a second reading of that text yields, the empty text for a plain
+        // URL, and ask the data model for the address.
+        TOstelJsonObject document;
+        document.DecodeFromString(data);
+        m_SoftwareUpdate(document.GetPropertyValue<std::string>("URL", "").c_str());
+    }
+
+private:
+    TOstelDataMapper* m_DataMapper;
+    TOstelIpc* m_Ipc;
+    TOstelApplication* m_Application;
+    std::recursive_mutex m_Mutex;
+    tOstelAppLibClientDeviceStateCallback m_ClientDeviceState = nullptr;
+    tOstelAppLibDataModelChangeCallback m_DataModelChange = nullptr;
+    tOstelAppLibSoftwareUpdateCallback m_SoftwareUpdate = nullptr;
+};
+
+// Built when the library is loaded, and with it the mapper, the IPC instance and the application
+// object: they are there before any thread of the application can race for them.
+TNotifier theNotifier;
+
+// Runs `work`; what it throws is logged and must not reach a C caller.
+template <typename Work>
+tOstelReturnCode Guarded(Work work) noexcept {
+    try {
+        return work();
+    } catch (const std::exception& error) {
+        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", error.what());
+    } catch (...) {
+        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", "Unknown exception");
+    }
+    return RC_RUNTIME_ERROR;
+}
+
+template <std::size_t N>
+std::string Text(const char (&field)[N]) {
+    return std::string(field, strnlen(field, N));
+}
+
+template <std::size_t N>
+void SetText(char (&field)[N], const std::string& text) {
+    std::strncpy(field, text.c_str(), N - 1);
+    field[N - 1] = '\0';
+}
+
+// An array of the caller's record; null when there is no memory for it, whatever the count.
+template <typename T>
+T* NewArray(std::size_t count) noexcept {
+    try {
+        return new T[count];
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+template <typename T>
+void Release(T*& array, std::uint32_t& count) noexcept {
+    delete[] array;
+    array = nullptr;
+    count = 0;
+}
+
+template <typename T>
+void Allocate(T*& array, std::uint32_t& count, std::size_t wanted) noexcept {
+    Release(array, count);
+    array = NewArray<T>(wanted);
+    count = array == nullptr ? 0 : static_cast<std::uint32_t>(wanted);
+}
+
+template <typename T>
+void AllocateOrThrow(T*& array, std::uint32_t& count, std::size_t wanted) {
+    Allocate(array, count, wanted);
+    if (array == nullptr) {
+        throw std::bad_alloc();
+    }
+}
+
+TParams ToList(const tOstelAppLibParamArray& array) {
+    TParams list(array.count);
+    for (std::size_t i = 0; i < list.size(); ++i) {
+        list[i].name = Text(array.params[i].name);
+        list[i].value = Text(array.params[i].value);
+    }
+    return list;
+}
+
+void Refill(tOstelAppLibParamArray& array, const TParams& list) {
+    AllocateOrThrow(array.params, array.count, list.size());
+    for (std::size_t i = 0; i < list.size(); ++i) {
+        SetText(array.params[i].name, list[i].name);
+        SetText(array.params[i].value, list[i].value);
+    }
+}
+
+void TakeIndexMap(tOstelAppLibIndexMap& map, const std::string& name,
+                  const std::vector<std::pair<int, int>>& pairs) {
+    SetText(map.name, name);
+    map.pairs = nullptr;
+    AllocateOrThrow(map.pairs, map.count, pairs.size());
+    std::transform(pairs.begin(), pairs.end(), map.pairs, [](const std::pair<int, int>& pair) {
+        return tOstelAppLibIndexPair{pair.first, pair.second};
+    });
+}
+
+void ReleaseIndexMaps(const tOstelAppLibIndexMapRequest& request) noexcept {
+    for (std::uint32_t i = 0; i < request.count; ++i) {
+        delete[] request.maps[i].pairs;
+    }
+    delete[] request.maps;
+}
+
+}  // namespace
+
+tOstelReturnCode ostelAppLibInit(tOstelClientId clientId) {
+    return Guarded([&] {
+        theNotifier.Register();
+        theNotifier.Application().Initialize(clientId);
+        return theNotifier.Application().IsInitialized() ? RC_SUCCESS : RC_RUNTIME_ERROR;
+    });
+}
+
+tOstelReturnCode ostelAppLibTerm(void) {
+    return Guarded([] {
+        theNotifier.Unregister();
+        return RC_SUCCESS;
+    });
+}
+
+void ostelAppLibSubscribe(tOstelAppLibClientDeviceStateCallback clientDeviceState,
+                          tOstelAppLibDataModelChangeCallback dataModelChange,
+                          tOstelAppLibSoftwareUpdateCallback softwareUpdate) {
+    theNotifier.Subscribe(clientDeviceState, dataModelChange, softwareUpdate);
+}
+
+void ostelAppLibUnsubscribe(void) {
+    theNotifier.Subscribe(nullptr, nullptr, nullptr);
+}
+
+void ostelAppLibSetLogLevelError(void) {
+    TOstelLogger::SetLevelError();
+}
+void ostelAppLibSetLogLevelNotice(void) {
+    TOstelLogger::SetLevelNotice();
+}
+void ostelAppLibSetLogLevelDebug(void) {
+    TOstelLogger::SetLevelDebug();
+}
+
+tOstelReturnCode ostelAppLibCommit(void) {
+    return Guarded([] { return theNotifier.Application().Commit(); });
+}
+
+tOstelReturnCode ostelAppLibSetParam(const tOstelAppLibParam* param, bool commit) {
+    if (param == nullptr) {
+        return RC_INVALID_ARGUMENT;
+    }
+    return Guarded([&] {
+        return theNotifier.Application().SetParam(Text(param->name), Text(param->value), commit);
+    });
+}
+
+tOstelReturnCode ostelAppLibGetParam(tOstelAppLibParamRequest* request) {
+    if (request == nullptr) {
+        return RC_INVALID_ARGUMENT;
+    }
+    return Guarded([&] {
+        TParams list;
+        const tOstelReturnCode code = theNotifier.Application().GetParam(Text(request->name), list);
+        if (code != RC_SUCCESS) {
+            return code;
+        }
+        if (list.size() == 1) {
+            SetText(request->value, list.front().value);
+            return code;
+        }
+        Refill(request->array, list);
+        request->isArray = true;
+        return code;
+    });
+}
+
+tOstelReturnCode ostelAppLibGetParamArray(tOstelAppLibParamArray* array) {
+    if (array == nullptr || array->params == nullptr) {
+        return RC_INVALID_ARGUMENT;
+    }
+    return Guarded([&] {
+        TParams list = ToList(*array);
+        const tOstelReturnCode code = theNotifier.Application().GetParamArray(list);
+        if (code == RC_SUCCESS) {
+            Refill(*array, list);
+        }
+        return code;
+    });
+}
+
+tOstelReturnCode ostelAppLibSetParamArray(const tOstelAppLibParamArray* array, bool commit) {
+    if (array == nullptr || array->params == nullptr) {
+        return RC_INVALID_ARGUMENT;
+    }
+    return Guarded([&] { return theNotifier.Application().SetParamArray(ToList(*array), commit); });
+}
+
+tOstelReturnCode ostelAppLibGetObject(tOstelAppLibObjectRequest* request) {
+    if (request == nullptr || request->params.params == nullptr) {
+        return RC_INVALID_ARGUMENT;
+    }
+    return Guarded([&] {
+        TParams list = ToList(request->params);
+        const tOstelReturnCode code =
+            theNotifier.Application().GetObject(Text(request->name), list);
+        if (code == RC_SUCCESS) {
+            Refill(request->params, list);
+        }
+        return code;
+    });
+}
+
+tOstelReturnCode ostelAppLibSetObject(const tOstelAppLibObjectRequest* request, bool commit) {
+    if (request == nullptr || request->params.params == nullptr) {
+        return RC_INVALID_ARGUMENT;
+    }
+    return Guarded([&] {
+        return theNotifier.Application().SetObject(Text(request->name), ToList(request->params),
+                                                   commit);
+    });
+}
+
+tOstelReturnCode ostelAppLibAddObjectInstance(const char* object, uint32_t* instance) {
+    if (object == nullptr || instance == nullptr) {
+        return RC_INVALID_ARGUMENT;
+    }
+    return Guarded([&] {
+        int id = static_cast<int>(*instance);
+        const tOstelReturnCode code = theNotifier.Application().AddObject(object, id);
+        *instance = static_cast<uint32_t>(id);
+        return code;
+    });
+}
+
+tOstelReturnCode ostelAppLibDelObjectInstance(const char* instance) {
+    if (instance == nullptr) {
+        return RC_INVALID_ARGUMENT;
+    }
+    return Guarded([&] { return theNotifier.Application().RemoveObject(instance); });
+}
+
+tOstelReturnCode ostelAppLibGetObjectIds(tOstelAppLibObjectIdsRequest* request) {
+    if (request == nullptr) {
+        return RC_INVALID_ARGUMENT;
+    }
+    return Guarded([&] {
+        std::vector<int> ids;
+        const tOstelReturnCode code =
+            theNotifier.Application().GetObjectIds(Text(request->name), ids);
+        if (code == RC_SUCCESS) {
+            AllocateOrThrow(request->ids, request->count, ids.size());
+            std::copy(ids.begin(), ids.end(), request->ids);
+        }
+        return code;
+    });
+}
+
+tOstelReturnCode ostelAppLibGetIndexMapping(tOstelAppLibIndexMapRequest* request) {
+    if (request == nullptr) {
+        return RC_INVALID_ARGUMENT;
+    }
+    return Guarded([&] {
+        std::unordered_map<std::string, std::vector<std::pair<int, int>>> maps;
+        const tOstelReturnCode code = theNotifier.Application().GetIndexMap(maps);
+        if (code != RC_SUCCESS) {
+            return code;
+        }
+        request->maps = nullptr;
+        AllocateOrThrow(request->maps, request->count, maps.size());
+        std::fill_n(request->maps, request->count, tOstelAppLibIndexMap{});
+        try {
+            tOstelAppLibIndexMap* next = request->maps;
+            for (const auto& [name, pairs] : maps) {
+                TakeIndexMap(*next++, name, pairs);
+            }
+        } catch (const std::bad_alloc&) {
+            ReleaseIndexMaps(*request);
+            *request = {};
+            throw;
+        }
+        return code;
+    });
+}
+
+void ostelAppLibSendEvent(const char* name, const char* data) {
+    if (name == nullptr || data == nullptr) {
+        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s: the event name or data is NULL", __func__);
+        return;
+    }
+    Guarded([&] {
+        theNotifier.Application().SendEvent(name, data);
+        return RC_SUCCESS;
+    });
+}
+
+tOstelReturnCode ostelAppLibGetLongParam(tOstelAppLibLongParamRequest* request) {
+    if (request == nullptr) {
+        return RC_INVALID_ARGUMENT;
+    }
+    return Guarded([&] {
+        TOstelJsonObject document;
+        document.SetPropertyValue("NAME", Text(request->name));
+        std::string reply;
+        const int code =
+            theNotifier.Ipc().CallMethod("GET_LONG_PARAM", document.EncodeToString(-1), reply);
+        if (code != RC_SUCCESS) {
+            return static_cast<tOstelReturnCode>(code);
+        }
+        if (!document.DecodeFromString(reply)) {
+            throw std::runtime_error(document.GetErrorText());
+        }
+        // Borrowed from the document: values may have many megabytes.
+        const char* const value = document.GetPropertyValue<const char*>("VALUE", "");
+        const std::size_t size = std::strlen(value) + 1;
+        request->value = nullptr;
+        AllocateOrThrow(request->value, request->size, size);
+        std::memcpy(request->value, value, size);
+        return RC_SUCCESS;
+    });
+}
+
+tOstelReturnCode ostelAppLibSetLongParam(const tOstelAppLibLongParamRequest* request, bool commit) {
+    if (request == nullptr || request->value == nullptr || request->size == 0) {
+        return RC_INVALID_ARGUMENT;
+    }
+    return Guarded([&] {
+        TOstelJsonObject document;
+        document.SetPropertyValue("NAME", Text(request->name));
+        document.SetPropertyValue(
+            "VALUE", std::string(request->value, strnlen(request->value, request->size)));
+        document.SetPropertyValue("COMMIT", commit);
+        std::string reply;
+        return static_cast<tOstelReturnCode>(
+            theNotifier.Ipc().CallMethod("SET_LONG_PARAM", document.EncodeToString(-1), reply));
+    });
+}
+
+void ostelAppLibAllocateParamArray(tOstelAppLibParamArray* array, uint32_t count) {
+    if (array != nullptr) {
+        Allocate(array->params, array->count, count);
+    }
+}
+
+void ostelAppLibReleaseParamArray(tOstelAppLibParamArray* array) {
+    if (array != nullptr) {
+        Release(array->params, array->count);
+    }
+}
+
+void ostelAppLibAllocateParamArrayRequest(tOstelAppLibParamArray* array, uint32_t count) {
+    ostelAppLibAllocateParamArray(array, count);
+}
+
+void ostelAppLibReleaseParamArrayRequest(tOstelAppLibParamArray* array) {
+    ostelAppLibReleaseParamArray(array);
+}
+
+void ostelAppLibReleaseParamRequest(tOstelAppLibParamRequest* request) {
+    if (request != nullptr) {
+        ostelAppLibReleaseParamArray(&request->array);
+        request->isArray = false;
+    }
+}
+
+void ostelAppLibAllocateLongParamRequest(tOstelAppLibLongParamRequest* request, uint32_t size) {
+    if (request != nullptr) {
+        Allocate(request->value, request->size, size);
+    }
+}
+
+void ostelAppLibReleaseLongParamRequest(tOstelAppLibLongParamRequest* request) {
+    if (request != nullptr) {
+        Release(request->value, request->size);
+    }
+}
+
+void ostelAppLibReleaseLongParamRemote(tOstelAppLibLongParamRequest* request) {
+    ostelAppLibReleaseLongParamRequest(request);
+}
+
+void ostelAppLibAllocateObjectRequest(tOstelAppLibObjectRequest* request, uint32_t count) {
+    if (request != nullptr) {
+        ostelAppLibAllocateParamArray(&request->params, count);
+    }
+}
+
+void ostelAppLibReleaseObjectRequest(tOstelAppLibObjectRequest* request) {
+    if (request != nullptr) {
+        ostelAppLibReleaseParamArray(&request->params);
+    }
+}
+
+void ostelAppLibAllocateObjectIdsRequest(tOstelAppLibObjectIdsRequest* request, uint32_t count) {
+    if (request != nullptr) {
+        Allocate(request->ids, request->count, count);
+    }
+}
+
+void ostelAppLibReleaseObjectIdsRequest(tOstelAppLibObjectIdsRequest* request) {
+    if (request != nullptr) {
+        Release(request->ids, request->count);
+    }
+}
+
+void ostelAppLibReleaseIndexMapRequest(tOstelAppLibIndexMapRequest* request) {
+    if (request != nullptr) {
+        ReleaseIndexMaps(*request);
+    }
+}
+
+bool patternMatch(std::string pattern, std::string name, int* index) {
+    const std::size_t star = pattern.find('*');
+    const std::string segmentAndSuffix = name.size() > star ? name.substr(star) : std::string();
+    // Throws when the name has no point there, and for a pattern without "*".
+    const std::string suffix = name.substr(name.find('.', star));
+    const std::string patternSuffix = pattern.substr(star + 1);
+    name.resize(std::min(star, name.size()));
+    pattern.resize(star);
+    if (pattern != name || patternSuffix != suffix) {
+        return false;
+    }
+    if (index != nullptr) {
+        *index = std::stoi(segmentAndSuffix.substr(0, segmentAndSuffix.size() - suffix.size()));
+    }
+    return true;
+}
+
+void getWildcardIndices(std::string pattern, std::vector<std::string> names,
+                        std::vector<int>& indices) {
+    for (std::string& name : names) {
+        int index = 0;
+        if (patternMatch(pattern, std::move(name), &index)) {
+            indices.push_back(index);
+        }
+    }
+}
