@@ -523,9 +523,10 @@ bool patternMatch(std::string pattern, std::string name, int* index) {
 
 void getWildcardIndices(std::string pattern, std::vector<std::string> names,
                         std::vector<int>& indices) {
+    const std::string wanted = std::move(pattern);
     for (std::string& name : names) {
         int index = 0;
-        if (patternMatch(pattern, std::move(name), &index)) {
+        if (patternMatch(wanted, std::move(name), &index)) {
             indices.push_back(index);
         }
     }

@@ -140,7 +140,8 @@ double GetTimestamp() {
     const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
     const auto nanoseconds =
         std::chrono::duration_cast<std::chrono::nanoseconds>(sinceEpoch).count();
-    return static_cast<double>(nanoseconds / 1000000) / 1000.0;
+    const auto milliseconds = nanoseconds / 1000000;
+    return static_cast<double>(milliseconds) / 1000.0;
 }
 
 std::string TimeToLocalTimeString(const long& t) {

@@ -50,18 +50,18 @@ public:
 
         const std::string& GetString(T value) const {
             const auto found = m_Strings.find(value);
-            if (found == m_Strings.end()) {
-                ThrowNoString(typeid(T).name(), static_cast<int>(value));
+            if (found != m_Strings.end()) {
+                return found->second;
             }
-            return found->second;
+            ThrowNoString(typeid(T).name(), static_cast<int>(value));
         }
 
         T GetValue(const std::string& text) const {
             const auto found = m_Values.find(text);
-            if (found == m_Values.end()) {
-                ThrowNoValue(typeid(T).name(), text);
+            if (found != m_Values.end()) {
+                return found->second;
             }
-            return found->second;
+            ThrowNoValue(typeid(T).name(), text);
         }
 
     private:

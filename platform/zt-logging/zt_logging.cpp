@@ -199,10 +199,17 @@ std::string TimeStamp() {
     return stamp.data();
 }
 
-const char* LevelName(int level) {
-    static constexpr std::array<const char*, HIGHEST_LEVEL + 1> names = {
-        "EMERGENCY", "ALERT", "ERROR", "WARNING", "NOTICE", "INFO", "DEBUG", "TRACE"};
-    return level >= 0 && level <= HIGHEST_LEVEL ? names[static_cast<std::size_t>(level)] : "?";
+std::string LevelName(int level) {
+    switch (level) {
+        case ZT_LOG_LEVEL_WARNING:
+            return "WARNING";
+        case ZT_LOG_LEVEL_NOTICE:
+            return "NOTICE";
+        case ZT_LOG_LEVEL_INFO:
+            return "INFO";
+        default:
+            return level < ZT_LOG_LEVEL_WARNING ? "ERROR" : "DEBUG";
+    }
 }
 
 int SyslogPriority(int level) {
