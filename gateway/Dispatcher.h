@@ -1,0 +1,49 @@
+#ifndef DISPATCHER_H
+#define DISPATCHER_H
+
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "DataModel.h"
+#include "Store.h"
+#include "TOstelIpc.h"
+#include "TOstelJsonObject.h"
+
+// Answers the requests of applications out of the data model. Runs on IPC worker threads; one lock
+// makes each request whole, the signals of a commit included, so that observers see changes in the
+// order in which they became true.
+class TDispatcher : public IOstelIpcMethodHandler {
+public:
+    // Sends an event to all applications.
+    using TSend = std::function<void(const std::string& name, const std::string& data)>;
+
+    TDispatcher(TDataModel& model, TStore& store, TSend send);
+
+    // Handles every request type that the gateway serves, on this IPC instance.
+    void Register(TOstelIpc& ipc);
+
+    int OnMethodCall(const std::string& type, const std::string& request,
+                     std::string& reply) override;
+
+private:
+    using TRequest = tOstelReturnCode (TDispatcher::*)(const TOstelJsonObject& request,
+                                                       TOstelJsonObject& reply);
+
+    static const std::map<std::string, TRequest>& Requests();
+
+    tOstelReturnCode GetParam(const TOstelJsonObject& request, TOstelJsonObject& reply);
+    tOstelReturnCode SetParam(const TOstelJsonObject& request, TOstelJsonObject& reply);
+    tOstelReturnCode Commit(const TOstelJsonObject& request, TOstelJsonObject& reply);
+
+    // Applies all staged writes at once. False when they could not be stored; they stay staged.
+    bool CommitStaged();
+
+    TDataModel& m_Model;
+    TStore& m_Store;
+    TSend m_Send;
+    std::mutex m_Mutex;
+};
+
+#endif

@@ -1,0 +1,168 @@
+#include "Store.h"
+
+#include <sqlite3.h>
+
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+namespace {
+
+// In the file's header: whose file it is, and the version of its tables.
+constexpr unsigned int APPLICATION_ID = 0x4F53544C;
+constexpr unsigned int VERSION = 1;
+constexpr std::size_t HEADER_SIZE = 100;
+constexpr std::size_t VERSION_OFFSET = 60;
+constexpr std::size_t APPLICATION_ID_OFFSET = 68;
+
+class TStatement {
+public:
+    TStatement(sqlite3* database, const char* sql) {
+        sqlite3_prepare_v2(database, sql, -1, &m_Statement, nullptr);
+    }
+    TStatement(const TStatement&) = delete;
+    TStatement& operator=(const TStatement&) = delete;
+    ~TStatement() { sqlite3_finalize(m_Statement); }
+
+    void Bind(int position, const std::string& text) {
+        sqlite3_bind_text64(m_Statement, position, text.data(), text.size(), SQLITE_STATIC,
+                            SQLITE_UTF8);
+    }
+
+    int Step() { return m_Statement != nullptr ? sqlite3_step(m_Statement) : SQLITE_ERROR; }
+    void Reset() { sqlite3_reset(m_Statement); }
+
+    std::string Column(int position) const {
+        const void* const text = sqlite3_column_blob(m_Statement, position);
+        const auto size = static_cast<std::size_t>(sqlite3_column_bytes(m_Statement, position));
+        return text != nullptr ? std::string(static_cast<const char*>(text), size) : std::string();
+    }
+
+private:
+    sqlite3_stmt* m_Statement = nullptr;
+};
+
+unsigned int BigEndian(const std::array<char, HEADER_SIZE>& header, std::size_t offset) {
+    unsigned int number = 0;
+    for (std::size_t i = 0; i < 4; ++i) {
+        number = number << 8U | static_cast<unsigned char>(header[offset + i]);
+    }
+    return number;
+}
+
+// Looks at the header before the database library does: what is not ours is not even opened.
+void CheckHeader(const std::string& path) {
+    std::array<char, HEADER_SIZE> header{};
+    std::ifstream file(path, std::ios::binary);
+    if (!file.read(header.data(), HEADER_SIZE) ||
+        std::memcmp(header.data(), "SQLite format 3", 16) != 0 ||
+        BigEndian(header, APPLICATION_ID_OFFSET) != APPLICATION_ID) {
+        throw std::runtime_error(path + ": not a state file of the gateway");
+    }
+    if (BigEndian(header, VERSION_OFFSET) != VERSION) {
+        throw std::runtime_error(path + ": made by another version of the gateway");
+    }
+}
+
+}  // namespace
+
+void TStore::TCloser::operator()(sqlite3* database) const {
+    sqlite3_close(database);
+}
+
+TStore::TStore(const std::string& path) : m_Path(path) {
+    const std::filesystem::path file(path);
+    std::error_code error;
+    if (file.has_parent_path()) {
+        std::filesystem::create_directories(file.parent_path(), error);
+    }
+    const auto size = std::filesystem::file_size(file, error);
+    const bool isNew = error == std::errc::no_such_file_or_directory || (!error && size == 0);
+    if (!isNew) {
+        CheckHeader(path);
+    }
+    sqlite3* database = nullptr;
+    const int result = sqlite3_open_v2(path.c_str(), &database,
+                                       SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    m_Database.reset(database);
+    if (result != SQLITE_OK) {
+        Fail();
+    }
+    // One gateway a file; and a commit has reached the disk, the directory included, before it is
+    // answered.
+    Execute("PRAGMA locking_mode=EXCLUSIVE");
+    Execute("PRAGMA synchronous=EXTRA");
+    if (isNew) {
+        Execute("BEGIN EXCLUSIVE; PRAGMA application_id=" + std::to_string(APPLICATION_ID) +
+                "; PRAGMA user_version=" + std::to_string(VERSION) +
+                "; CREATE TABLE parameters(name TEXT PRIMARY KEY, value TEXT NOT NULL) "
+                "WITHOUT ROWID; COMMIT");
+    }
+    Check();
+}
+
+void TStore::Check() const {
+    TStatement check(m_Database.get(), "PRAGMA integrity_check(1)");
+    const int result = check.Step();
+    if (result == SQLITE_BUSY) {
+        throw std::runtime_error(m_Path + ": in use by another gateway");
+    }
+    if (result != SQLITE_ROW || check.Column(0) != "ok") {
+        throw std::runtime_error(
+            m_Path + ": damaged: " +
+            (result == SQLITE_ROW ? check.Column(0) : sqlite3_errmsg(m_Database.get())));
+    }
+    TStatement read(m_Database.get(), "SELECT name, value FROM parameters LIMIT 1");
+    const int first = read.Step();
+    if (first != SQLITE_ROW && first != SQLITE_DONE) {
+        throw std::runtime_error(m_Path + ": damaged: " + sqlite3_errmsg(m_Database.get()));
+    }
+}
+
+TDataModel::TValues TStore::Load() const {
+    TDataModel::TValues values;
+    TStatement read(m_Database.get(), "SELECT name, value FROM parameters");
+    int result = read.Step();
+    for (; result == SQLITE_ROW; result = read.Step()) {
+        values.emplace_back(read.Column(0), read.Column(1));
+    }
+    if (result != SQLITE_DONE) {
+        Fail();
+    }
+    return values;
+}
+
+void TStore::Save(const TDataModel::TValues& values) {
+    if (values.empty()) {
+        return;
+    }
+    Execute("BEGIN IMMEDIATE");
+    try {
+        TStatement write(m_Database.get(), "INSERT OR REPLACE INTO parameters VALUES(?, ?)");
+        for (const auto& [name, value] : values) {
+            write.Bind(1, name);
+            write.Bind(2, value);
+            if (write.Step() != SQLITE_DONE) {
+                Fail();
+            }
+            write.Reset();
+        }
+        Execute("COMMIT");
+    } catch (const std::runtime_error&) {
+        // Some failures have ended the transaction already; then there is nothing to roll back.
+        sqlite3_exec(m_Database.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+        throw;
+    }
+}
+
+void TStore::Execute(const std::string& sql) const {
+    if (sqlite3_exec(m_Database.get(), sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK) {
+        Fail();
+    }
+}
+
+void TStore::Fail() const {
+    throw std::runtime_error(m_Path + ": " + sqlite3_errmsg(m_Database.get()));
+}
