@@ -1,0 +1,156 @@
+#include "Commands.h"
+
+#include <cstdlib>
+#include <future>
+#include <iostream>
+#include <utility>
+
+#include "Output.h"
+#include "TOstelApplication.h"
+#include "TOstelDataMapper.h"
+
+namespace Commands {
+
+namespace {
+
+using TParams = std::vector<TOstelApplication::TOstelAppParam>;
+
+constexpr int CLIENT_COUNT = OSTEL_DATA_PROBER + 1;
+
+TOstelApplication& Application() {
+    return *TOstelApplication::GetInstance();
+}
+
+void PrintOk(bool json) {
+    if (json) {
+        TOstelJsonObject document;
+        document.SetPropertyValue("RESULT", std::string("RC_SUCCESS"));
+        Output::Print(document);
+    }
+}
+
+bool IsActive(const std::string& name) {
+    bool active = false;
+    Application().IsAppActive(name, active);
+    return active;
+}
+
+}  // namespace
+
+int Get(const std::vector<std::string>& names, bool json) {
+    TParams all;
+    int status = 0;
+    for (const std::string& name : names) {
+        TParams params;
+        const tOstelReturnCode code = Application().GetParam(name, params);
+        if (code != RC_SUCCESS) {
+            status = Output::Fail(name, code);
+            continue;
+        }
+        all.insert(all.end(), params.begin(), params.end());
+    }
+    if (status == 0 || !all.empty()) {
+        Output::Print(all, json);
+    }
+    return status;
+}
+
+int Set(const std::vector<std::string>& assignments, bool commit, bool json) {
+    TParams params;
+    for (const std::string& assignment : assignments) {
+        const std::size_t equals = assignment.find('=');
+        if (equals == std::string::npos || equals == 0) {
+            return Output::Fail(assignment + " is not NAME=VALUE", RC_INVALID_ARGUMENT);
+        }
+        params.push_back({assignment.substr(0, equals), assignment.substr(equals + 1)});
+    }
+    for (std::size_t i = 0; i < params.size(); ++i) {
+        const bool isLast = i + 1 == params.size();
+        const tOstelReturnCode code =
+            Application().SetParam(params[i].name, params[i].value, commit && isLast);
+        if (code != RC_SUCCESS) {
+            if (i > 0) {
+                std::cerr << "ostelcli: " << i << " earlier values are staged, not committed"
+                          << std::endl;
+            }
+            return Output::Fail(params[i].name, code);
+        }
+    }
+    PrintOk(json);
+    return 0;
+}
+
+int Commit(bool json) {
+    const tOstelReturnCode code = Application().Commit();
+    if (code != RC_SUCCESS) {
+        return Output::Fail("commit", code);
+    }
+    PrintOk(json);
+    return 0;
+}
+
+int Event(const std::string& name, const std::string& data, bool json) {
+    try {
+        getOstelIpcInstance()->SendEvent(name, data);
+    } catch (const std::runtime_error&) {
+        return Output::Fail(name, RC_RUNTIME_ERROR);
+    }
+    PrintOk(json);
+    return 0;
+}
+
+int Apps(bool json) {
+    // At the same time: one that hangs costs its second once.
+    std::vector<std::pair<std::string, std::future<bool>>> answers;
+    for (int id = 0; id < CLIENT_COUNT; ++id) {
+        const std::string& name =
+            TOstelDataMapper::GetInstance()->MapEnumToString(static_cast<tOstelClientId>(id));
+        answers.emplace_back(name,
+                             std::async(std::launch::async, [name] { return IsActive(name); }));
+    }
+    TOstelJsonObject document;
+    void* array = document.NewJsonArray();
+    for (auto& [name, answer] : answers) {
+        if (!answer.get()) {
+            continue;
+        }
+        document.AppendJsonArray(&array, document.ToJson(name));
+        if (!json) {
+            Output::Print(name);
+        }
+    }
+    document.SetJsonObject("APPS", array);
+    if (json) {
+        Output::Print(document);
+    }
+    return 0;
+}
+
+int Info(bool json) {
+    const char* const address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+    const bool dispatcher = IsActive("OSTEL_DISPATCHER");
+    TParams facts = {
+        {"Library", Application().GetVersion()},
+        {"Bus", address != nullptr ? address : "the system's"},
+        {"Dispatcher", dispatcher ? "active" : "not there"},
+    };
+    for (const char* name : {"Device.DeviceInfo.ModelName", "Device.DeviceInfo.SerialNumber",
+                             "Device.DeviceInfo.SoftwareVersion"}) {
+        std::string value;
+        if (dispatcher && Application().GetParam(name, value) == RC_SUCCESS) {
+            facts.push_back({name, value});
+        }
+    }
+    if (!json) {
+        Output::Print(facts, false);
+        return 0;
+    }
+    TOstelJsonObject document;
+    for (const auto& fact : facts) {
+        document.SetPropertyValue(fact.name, fact.value);
+    }
+    Output::Print(document);
+    return 0;
+}
+
+}  // namespace Commands

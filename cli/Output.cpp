@@ -1,0 +1,75 @@
+#include "Output.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <iostream>
+
+#include "TOstelDataMapper.h"
+
+namespace Output {
+
+namespace {
+
+// Values come from anywhere; they must not move the cursor or forge lines.
+std::string Visible(const std::string& text) {
+    std::string visible;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte != 0x7F) {
+            visible += c;
+            continue;
+        }
+        char escaped[8];
+        std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
+        visible += escaped;
+    }
+    return visible;
+}
+
+}  // namespace
+
+int ExitStatus(tOstelReturnCode code) {
+    return code < 0 || code > 255 ? 255 : code;
+}
+
+std::string CodeText(tOstelReturnCode code) {
+    try {
+        return TOstelDataMapper::GetInstance()->MapEnumToString(code) + " (" +
+               std::to_string(code) + ")";
+    } catch (const TOstelDataMapper::TMappingException&) {
+        return "code " + std::to_string(code);
+    }
+}
+
+int Fail(const std::string& subject, tOstelReturnCode code) {
+    std::cerr << "ostelcli: " << Visible(subject) << ": " << CodeText(code) << std::endl;
+    return ExitStatus(code);
+}
+
+void Print(const TOstelJsonObject& document) {
+    std::cout << document.EncodeToString(-1) << std::endl;
+}
+
+void Print(const std::string& line) {
+    std::cout << Visible(line) << std::endl;
+}
+
+void Print(const std::vector<TOstelApplication::TOstelAppParam>& params, bool json) {
+    if (json) {
+        TOstelJsonObject document;
+        TOstelApplication::GetInstance()->ParamArrayToJson(params, document);
+        Print(document);
+        return;
+    }
+    std::size_t width = 0;
+    for (const auto& param : params) {
+        width = std::max(width, param.name.size());
+    }
+    for (const auto& param : params) {
+        std::string line = param.name;
+        line.resize(width + 2, ' ');
+        Print(line + param.value);
+    }
+}
+
+}  // namespace Output
