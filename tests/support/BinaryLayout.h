@@ -1,0 +1,39 @@
+#ifndef BINARY_LAYOUT_H
+#define BINARY_LAYOUT_H
+
+#include <cstddef>
+#include <cstring>
+
+// Where the compiler puts what a class declares, so that tests can hold binary interfaces in place.
+// Relies on the C++ ABI of the platforms that the library is built for.
+namespace BinaryLayout {
+
+// The slot of a virtual operation in its class's table, counted from 0: a pointer to a virtual
+// member is one more than the slot's place in bytes.
+template <typename Member>
+std::size_t SlotOf(Member member) {
+    std::ptrdiff_t place = 0;
+    static_assert(sizeof(member) >= sizeof(place));
+    std::memcpy(&place, &member, sizeof(place));
+    return static_cast<std::size_t>(place - 1) / sizeof(void*);
+}
+
+}  // namespace BinaryLayout
+
+// The offset of a data member in bytes; its pointer holds just that. Private members, too:
+//     struct TName { friend std::size_t OffsetOf(TName); };
+//     template struct MemberOffset<TName, &TClass::m_Name>;
+//     ... OffsetOf(TName()) ...
+// Outside of any namespace, so that the two friends are one function.
+template <typename Tag, auto Member>
+struct MemberOffset {
+    friend std::size_t OffsetOf(Tag) {
+        const auto member = Member;
+        std::ptrdiff_t offset = 0;
+        static_assert(sizeof(member) == sizeof(offset));
+        std::memcpy(&offset, &member, sizeof(offset));
+        return static_cast<std::size_t>(offset);
+    }
+};
+
+#endif
