@@ -45,10 +45,9 @@ TOstelApplication::TOstelApplication()
 
 TOstelApplication::~TOstelApplication() {
     m_Ipc->RemoveEventLstener(this, "");
-    // The IPC instance and its workers outlive this object.
-    if (m_Initialized) {
-        m_Ipc->RemoveMethodHandler(IS_APP_ACTIVE);
-    }
+    // The IPC instance and its workers outlive this object. An initialisation that failed half-way
+    // may have left the handler, too.
+    m_Ipc->RemoveMethodHandler(IS_APP_ACTIVE);
     SSL_CTX_free(m_TlsContext);
 }
 
@@ -125,8 +124,8 @@ tOstelReturnCode TOstelApplication::GetParam(const std::string& name, TOstelJson
         // The document ends here, so the array can change hands instead of being copied.
         auto* const params = static_cast<json_t*>(
             document.GetJsonObject("PARAMS", TOstelJsonObject::WHOLE_PROPERTY));
-        if (result.SetJsonObject(
-                "PARAMS", params != nullptr ? json_incref(params) : result.NewJsonArray()) != 0) {
+        void* const array = json_is_array(params) ? json_incref(params) : result.NewJsonArray();
+        if (result.SetJsonObject("PARAMS", array) != 0) {
             throw std::runtime_error("The result cannot take the parameters");
         }
         return code;

@@ -56,7 +56,8 @@ public:
     tOstelReturnCode GetParam(const std::string& name, std::vector<TOstelAppParam>& params);
     // The first of the parameters; `value` is left alone when there is none.
     tOstelReturnCode GetParam(const std::string& name, std::string& value);
-    // Puts the reply's parameters under "PARAMS", as they came.
+    // Puts the reply's array of parameters under "PARAMS", as it came; an empty one when the reply
+    // has none.
     tOstelReturnCode GetParam(const std::string& name, TOstelJsonObject& result);
     // Without `commit` the value waits for Commit.
     tOstelReturnCode SetParam(const std::string& name, const std::string& value, bool commit);

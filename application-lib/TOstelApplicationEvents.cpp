@@ -69,7 +69,9 @@ void TOstelApplication::SendEvent(const std::string& name, const std::string& da
 
 void TOstelApplication::OnRemoteDataModelChange(const std::string&, const std::string& eventData) {
     TOstelJsonObject payload;
-    payload.DecodeFromString(eventData);
+    if (!payload.DecodeFromString(eventData)) {
+        return;
+    }
     const auto serialNumber = payload.GetPropertyValue<std::string>("SERIAL_NUMBER", "");
     const auto value = payload.GetPropertyValue<std::string>("VALUE", "");
     const auto name = payload.GetPropertyValue<std::string>("NAME", "");
