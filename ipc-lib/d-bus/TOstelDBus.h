@@ -16,6 +16,9 @@
 // application's bus name and is served by the worker threads; the client connection carries
 // outgoing calls and events, sent from the caller's thread.
 //
+// Calls of several threads share the client connection: while one waits for its reply, what the
+// others send may wait with it.
+//
 // Init, Connect and Disconnect are for start-up and shut-down, not for when calls are in flight.
 // Losing the bus does not end the process: calls and events fail from then on.
 //

@@ -16,6 +16,7 @@ struct TState {
     std::vector<RecordingLog::TLine> lines;
     std::vector<std::string> calls;
     int setterResult = 0;
+    bool echo = false;
 };
 
 // Never destroyed: the library logs while the process exits, too.
@@ -28,6 +29,9 @@ int Record(const std::string& call) {
     TState& state = State();
     const std::lock_guard<std::mutex> lock(state.mutex);
     state.calls.push_back(call);
+    if (state.echo) {
+        std::fprintf(stderr, "%s\n", call.c_str());
+    }
     return state.setterResult;
 }
 
@@ -86,6 +90,12 @@ void ReturnFromSetters(int result) {
     TState& state = State();
     const std::lock_guard<std::mutex> lock(state.mutex);
     state.setterResult = result;
+}
+
+void EchoCalls() {
+    TState& state = State();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    state.echo = true;
 }
 
 void Clear() {

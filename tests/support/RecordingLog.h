@@ -35,6 +35,9 @@ std::vector<std::string> Calls();
 // What setLogLevel and setLogDestination return from now on; 0 at first.
 void ReturnFromSetters(int result);
 
+// Prints each further call on standard error, also those made while the process exits.
+void EchoCalls();
+
 void Clear();
 
 }  // namespace RecordingLog

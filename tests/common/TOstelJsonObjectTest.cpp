@@ -1,0 +1,454 @@
+#include "TOstelJsonObject.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <jansson.h>
+#include <unistd.h>
+
+#include <climits>
+#include <fstream>
+#include <sstream>
+
+#include "BinaryLayout.h"
+#include "ChildProcess.h"
+#include "TempDir.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using TJson = TOstelJsonObject;
+
+TJson Decoded(const std::string& text) {
+    TJson object;
+    EXPECT_TRUE(object.DecodeFromString(text)) << object.GetErrorText();
+    return object;
+}
+
+std::string Encoded(const TJson& object) {
+    return object.EncodeToString(-1);
+}
+
+// An object that holds no value at all.
+TJson Nothing() {
+    return TJson().GetObjectRef("missing");
+}
+
+TEST(TOstelJsonObject, StartsAsTheEmptyObject) {
+    const TJson object;
+    EXPECT_EQ(Encoded(object), "{}");
+    EXPECT_TRUE(object.IsEmpty());
+    EXPECT_EQ(object.GetErrorText(), "");
+}
+
+TEST(TOstelJsonObject, CopyIsDeep) {
+    const TJson original = Decoded(R"({"a":{"b":[1]}})");
+    TJson copy = original;
+    copy.GetObjectRef("a").SetPropertyValue("b", 2);
+    EXPECT_EQ(Encoded(original), R"({"a":{"b":[1]}})");
+    EXPECT_EQ(Encoded(copy), R"({"a":{"b":2}})");
+}
+
+TEST(TOstelJsonObject, AssignmentIsDeepAndKeepsTheErrorText) {
+    const TJson original = Decoded(R"({"a":{"b":1}})");
+    TJson target;
+    EXPECT_FALSE(target.DecodeFromString("{"));
+    const std::string error = target.GetErrorText();
+    target = original;
+    target.GetObjectRef("a").SetPropertyValue("b", 2);
+    EXPECT_EQ(Encoded(original), R"({"a":{"b":1}})");
+    EXPECT_EQ(target.GetErrorText(), error);
+    EXPECT_NE(error, "");
+}
+
+TEST(TOstelJsonObject, SelfAssignmentDoesNothing) {
+    TJson object = Decoded(R"({"a":1})");
+    const void* const before = object.GetJsonObject("a", 0);
+    const TJson& same = object;
+    object = same;
+    EXPECT_EQ(object.GetJsonObject("a", 0), before);
+}
+
+TEST(TOstelJsonObject, CopyStartsWithoutErrorText) {
+    TJson failed;
+    EXPECT_FALSE(failed.DecodeFromString("{"));
+    const TJson copy(failed);
+    EXPECT_EQ(copy.GetErrorText(), "");
+    EXPECT_EQ(Encoded(copy), "");
+}
+
+TEST(TOstelJsonObject, GetObjectCopiesAndGetObjectRefShares) {
+    TJson object = Decoded(R"({"a":{"b":1}})");
+    object.GetObject("a").SetPropertyValue("b", 2);
+    EXPECT_EQ(Encoded(object), R"({"a":{"b":1}})");
+    object.GetObjectRef("a").SetPropertyValue("b", 3);
+    EXPECT_EQ(Encoded(object), R"({"a":{"b":3}})");
+}
+
+TEST(TOstelJsonObject, SharedValueOutlivesItsFirstOwner) {
+    TJson shared;
+    {
+        const TJson object = Decoded(R"({"a":{"b":1}})");
+        const TJson reference = object.GetObjectRef("a");
+        shared = reference;
+    }
+    EXPECT_EQ(Encoded(shared), R"({"b":1})");
+    auto* const object = new TJson(Decoded(R"({"a":{"b":1}})"));
+    const TJson reference = object->GetObjectRef("a");
+    delete object;
+    EXPECT_EQ(Encoded(reference), R"({"b":1})");
+}
+
+TEST(TOstelJsonObject, MissingPropertyYieldsNoValue) {
+    const TJson object;
+    EXPECT_EQ(Encoded(object.GetObject("x")), "");
+    EXPECT_EQ(Encoded(object.GetObjectRef("x")), "");
+}
+
+TEST(TOstelJsonObject, ReferencesAreCounted) {
+    TJson object;
+    json_t* const value = json_integer(1);
+    json_incref(value);
+    EXPECT_EQ(object.SetJsonObject("a", value), 0);
+    EXPECT_EQ(value->refcount, 2U);
+    {
+        const TJson shared = object.GetObjectRef("a");
+        EXPECT_EQ(value->refcount, 3U);
+    }
+    EXPECT_EQ(value->refcount, 2U);
+    EXPECT_TRUE(object.RemoveProperty("a"));
+    EXPECT_EQ(value->refcount, 1U);
+    json_decref(value);
+}
+
+TEST(TOstelJsonObject, KnowsItsProperties) {
+    TJson object = Decoded(R"({"z":null,"a":1,"m":{}})");
+    EXPECT_FALSE(object.IsEmpty());
+    EXPECT_TRUE(object.HasProperty("z"));
+    EXPECT_FALSE(object.HasProperty("y"));
+    EXPECT_THAT(object.GetProperties(), testing::UnorderedElementsAre("z", "a", "m"));
+    EXPECT_TRUE(object.RemoveProperty("a"));
+    EXPECT_FALSE(object.RemoveProperty("a"));
+    EXPECT_TRUE(object.Clear());
+    EXPECT_TRUE(object.IsEmpty());
+    EXPECT_THAT(object.GetProperties(), IsEmpty());
+}
+
+TEST(TOstelJsonObject, MapsEveryType) {
+    const TJson object =
+        Decoded(R"({"o":{},"a":[],"s":"","i":1,"r":1.5,"t":true,"f":false,"n":null})");
+    const struct {
+        const char* name;
+        int type;
+    } cases[] = {{"o", 0}, {"a", 1}, {"s", 2}, {"i", 3},      {"r", 4},
+                 {"t", 5}, {"f", 5}, {"n", 6}, {"missing", 7}};
+    for (const auto& one : cases) {
+        EXPECT_EQ(object.GetPropertyType(one.name), one.type) << one.name;
+    }
+    EXPECT_EQ(object.GetJsonObjectType(nullptr), TJson::JSON_TYPE_UNKNOWN);
+}
+
+TEST(TOstelJsonObject, TellsTheTypeOfASequence) {
+    const TJson object = Decoded(
+        R"({"empty":[],"bools":[true,false],"mixed":[1,2.5],"texts":["a","b"],"one":[{}],
+            "late":[1,1,"x"],"nulls":[null,null],"no":1})");
+    EXPECT_EQ(object.GetSequenceType("empty"), TJson::JSON_TYPE_NULL);
+    EXPECT_EQ(object.GetSequenceType("bools"), TJson::JSON_TYPE_BOOLEAN);
+    EXPECT_EQ(object.GetSequenceType("mixed"), TJson::JSON_TYPE_UNKNOWN);
+    EXPECT_EQ(object.GetSequenceType("texts"), TJson::JSON_TYPE_STRING);
+    EXPECT_EQ(object.GetSequenceType("one"), TJson::JSON_TYPE_OBJECT);
+    EXPECT_EQ(object.GetSequenceType("late"), TJson::JSON_TYPE_UNKNOWN);
+    EXPECT_EQ(object.GetSequenceType("nulls"), TJson::JSON_TYPE_NULL);
+    EXPECT_EQ(object.GetSequenceType("no"), TJson::JSON_TYPE_UNKNOWN);
+    EXPECT_EQ(object.GetSequenceType("missing"), TJson::JSON_TYPE_UNKNOWN);
+}
+
+TEST(TOstelJsonObject, CountsArrayElements) {
+    const TJson object = Decoded(R"({"a":[1,2,3],"o":{"x":1},"s":"abc"})");
+    EXPECT_EQ(object.GetJsonArraySize("a"), 3U);
+    EXPECT_EQ(object.GetJsonArraySize("o"), 0U);
+    EXPECT_EQ(object.GetJsonArraySize("s"), 0U);
+    EXPECT_EQ(object.GetJsonArraySize("missing"), 0U);
+}
+
+TEST(TOstelJsonObject, IndexBeyondTheEndYieldsTheArrayItself) {
+    const TJson object = Decoded(R"({"a":[1,2],"n":5})");
+    void* const array = object.GetJsonObject("a", TJson::WHOLE_PROPERTY);
+    EXPECT_EQ(object.GetJsonObjectType(array), TJson::JSON_TYPE_ARRAY);
+    EXPECT_EQ(object.GetJsonObject("a", 5), array);
+    EXPECT_EQ(object.GetJsonObject("a", 2), array);
+    EXPECT_EQ(object.GetJsonValue(object.GetJsonObject("a", 1), 0), 2);
+    EXPECT_EQ(object.GetJsonValue(object.GetJsonObject("n", 3), 0), 5);
+    EXPECT_EQ(object.GetJsonObject("missing", 0), nullptr);
+}
+
+TEST(TOstelJsonObject, StoresNullForANullValue) {
+    TJson object;
+    EXPECT_EQ(object.SetJsonObject("a", nullptr), 0);
+    EXPECT_EQ(Encoded(object), R"({"a":null})");
+}
+
+TEST(TOstelJsonObject, ReplacingAPropertyReleasesTheOldValue) {
+    TJson object;
+    json_t* const old = json_string("old");
+    json_incref(old);
+    object.SetJsonObject("a", old);
+    object.SetPropertyValue("a", 1);
+    EXPECT_EQ(old->refcount, 1U);
+    json_decref(old);
+}
+
+TEST(TOstelJsonObject, AppendMakesTheArrayItLacks) {
+    TJson object;
+    void* array = nullptr;
+    EXPECT_EQ(object.AppendJsonArray(&array, object.ToJson(1)), 0);
+    EXPECT_EQ(object.AppendJsonArray(&array, object.ToJson(2)), 0);
+    EXPECT_EQ(object.SetJsonObject("a", array), 0);
+    EXPECT_EQ(Encoded(object), R"({"a":[1,2]})");
+    void* empty = object.NewJsonArray();
+    EXPECT_EQ(object.SetJsonObject("e", empty), 0);
+    EXPECT_EQ(object.GetSequenceType("e"), TJson::JSON_TYPE_NULL);
+}
+
+TEST(TOstelJsonObject, ReadsOnlyTheTypesThatConvert) {
+    const TJson object = Decoded(R"({"s":"3","i":3,"r":2.5,"z":0,"t":true,"f":false,"n":null})");
+    EXPECT_EQ(object.GetPropertyValue("s", 7), 7);
+    EXPECT_EQ(object.GetPropertyValue("i", 7), 3);
+    EXPECT_EQ(object.GetPropertyValue("r", 7), 7);
+    EXPECT_EQ(object.GetPropertyValue("missing", 7), 7);
+    EXPECT_EQ(object.GetPropertyValue("i", 0.5), 3.0);
+    EXPECT_EQ(object.GetPropertyValue("r", 0.5), 2.5);
+    EXPECT_EQ(object.GetPropertyValue("s", 0.5), 0.5);
+    EXPECT_EQ(object.GetPropertyValue("t", false), true);
+    EXPECT_EQ(object.GetPropertyValue("f", true), false);
+    EXPECT_EQ(object.GetPropertyValue("z", true), true);
+    EXPECT_EQ(object.GetPropertyValue("n", true), true);
+    EXPECT_EQ(object.GetPropertyValue<std::string>("s", "d"), "3");
+    EXPECT_EQ(object.GetPropertyValue<std::string>("i", "d"), "d");
+    EXPECT_STREQ(object.GetPropertyValue<const char*>("s", "d"), "3");
+    EXPECT_STREQ(object.GetPropertyValue<const char*>("i", "d"), "d");
+    EXPECT_EQ(object.GetPropertyValue<unsigned short>("s", 9), 9);
+    EXPECT_EQ(object.GetPropertyValue("t", 9LL), 9LL);
+}
+
+TEST(TOstelJsonObject, CutsIntegersToTheirWidth) {
+    const TJson object = Decoded(R"({"big":4294967299,"short":65541,"min":-9223372036854775808})");
+    EXPECT_EQ(object.GetPropertyValue("big", 0), 3);
+    EXPECT_EQ(object.GetPropertyValue("big", 0L), 3L);
+    EXPECT_EQ(object.GetPropertyValue("big", 0LL), 4294967299LL);
+    EXPECT_EQ(object.GetPropertyValue<unsigned short>("short", 0), 5);
+    EXPECT_EQ(object.GetPropertyValue("min", 0LL), LLONG_MIN);
+}
+
+TEST(TOstelJsonObject, ArrayWithoutIndexYieldsTheDefault) {
+    const TJson object = Decoded(R"({"a":[1,2]})");
+    EXPECT_EQ(object.GetPropertyValue("a", 7), 7);
+    EXPECT_EQ(object.GetPropertyValue("a", 7, 0), 1);
+    EXPECT_EQ(object.GetPropertyValue("a", 7, 2), 7);
+}
+
+TEST(TOstelJsonObject, ObjectValuesAndDefaultsAreCopies) {
+    const TJson object = Decoded(R"({"o":{"x":1},"i":1})");
+    const TJson fallback = Decoded(R"({"d":1})");
+    TJson copy = object.GetPropertyValue("o", fallback);
+    copy.SetPropertyValue("x", 2);
+    EXPECT_EQ(Encoded(object), R"({"o":{"x":1},"i":1})");
+    TJson other = object.GetPropertyValue("i", fallback);
+    EXPECT_EQ(Encoded(other), R"({"d":1})");
+    other.SetPropertyValue("d", 2);
+    EXPECT_EQ(Encoded(fallback), R"({"d":1})");
+}
+
+TEST(TOstelJsonObject, WritesEveryType) {
+    TJson object;
+    char text[] = "c";
+    object.SetPropertyValue<const char*>("cp", "a");
+    object.SetPropertyValue<char*>("p", text);
+    object.SetPropertyValue<std::string>("s", "b");
+    object.SetPropertyValue<char>("char", '\xFF');
+    object.SetPropertyValue<unsigned short>("us", 65535);
+    object.SetPropertyValue<unsigned int>("ui", 4294967295U);
+    object.SetPropertyValue<unsigned long>("ul", 4294967295UL);
+    object.SetPropertyValue<int>("i", -1);
+    object.SetPropertyValue<long>("l", -2);
+    object.SetPropertyValue<long long>("ll", LLONG_MIN);
+    object.SetPropertyValue<double>("d", 0.5);
+    object.SetPropertyValue<bool>("t", true);
+    object.SetPropertyValue<bool>("f", false);
+    object.SetPropertyValue<TJson>("o", Decoded(R"({"x":1})"));
+    object.SetJsonObject("raw", object.ToJson("q"));
+    object.SetJsonObject("raw2", object.ToJson(text));
+    EXPECT_EQ(Encoded(object),
+              R"({"cp":"a","p":"c","s":"b","char":-1,"us":65535,"ui":4294967295,"ul":4294967295,)"
+              R"("i":-1,"l":-2,"ll":-9223372036854775808,"d":0.5,"t":true,"f":false,)"
+              R"("o":{"x":1},"raw":"q","raw2":"c"})");
+}
+
+TEST(TOstelJsonObject, TextsThatAreNotUtf8BecomeNull) {
+    TJson object;
+    object.SetPropertyValue<std::string>("a", "\xFF");
+    object.SetPropertyValue<const char*>("b", nullptr);
+    EXPECT_EQ(Encoded(object), R"({"a":null,"b":null})");
+}
+
+TEST(TOstelJsonObject, TextsWithNulKeepTheirLength) {
+    TJson object;
+    const std::string text("a\0b", 3);
+    object.SetPropertyValue("a", text);
+    EXPECT_EQ(object.GetPropertyValue<std::string>("a", ""), text);
+    EXPECT_EQ(Encoded(object), R"({"a":"a\u0000b"})");
+    // What it encodes cannot be read back, so nobody takes the cut text for the whole.
+    EXPECT_FALSE(TJson().DecodeFromString(Encoded(object)));
+}
+
+TEST(TOstelJsonObject, SequencesKeepTheirCount) {
+    const TJson object = Decoded(R"({"a":[{"x":1},5,{"x":2}],"e":[],"no":1})");
+    std::vector<TJson> out(7);
+    object.GetPropertySequence("a", out);
+    ASSERT_EQ(out.size(), 3U);
+    EXPECT_EQ(Encoded(out[0]), R"({"x":1})");
+    EXPECT_EQ(Encoded(out[1]), "{}");
+    EXPECT_EQ(Encoded(out[2]), R"({"x":2})");
+    TJson target;
+    EXPECT_EQ(target.SetPropertySequence("b", out), 0);
+    EXPECT_EQ(Encoded(target), R"({"b":[{"x":1},{},{"x":2}]})");
+    for (const char* name : {"e", "no", "missing"}) {
+        out.resize(2);
+        object.GetPropertySequence(name, out);
+        EXPECT_THAT(out, IsEmpty()) << name;
+    }
+    EXPECT_EQ(target.SetPropertySequence("b", {}), 0);
+    EXPECT_EQ(Encoded(target), R"({"b":[]})");
+}
+
+TEST(TOstelJsonObject, EncodesInInsertionOrderWithTheIndent) {
+    TJson object;
+    object.SetPropertyValue("z", 1);
+    object.SetPropertyValue("a", 2);
+    EXPECT_EQ(object.EncodeToString(-1), R"({"z":1,"a":2})");
+    EXPECT_EQ(object.EncodeToString(2), "{\n  \"z\": 1,\n  \"a\": 2\n}");
+    EXPECT_EQ(object.EncodeToString(0), R"({"z": 1, "a": 2})");
+    EXPECT_EQ(object.EncodeToString(34), object.EncodeToString(2));
+    EXPECT_EQ(object.EncodeToString(-30), object.EncodeToString(2));
+}
+
+TEST(TOstelJsonObject, EmptyTextLeavesItAsItWas) {
+    TJson object = Decoded(R"({"a":1})");
+    EXPECT_FALSE(object.DecodeFromString(""));
+    EXPECT_EQ(object.GetErrorText(), "");
+    EXPECT_EQ(Encoded(object), R"({"a":1})");
+}
+
+TEST(TOstelJsonObject, FailedDecodeLeavesNoValue) {
+    TJson object = Decoded(R"({"a":1})");
+    EXPECT_FALSE(object.DecodeFromString("{"));
+    EXPECT_THAT(object.GetErrorText(), testing::StartsWith("line 1: "));
+    EXPECT_GT(object.GetErrorText().size(), std::string("line 1: ").size());
+    EXPECT_EQ(Encoded(object), "");
+    EXPECT_TRUE(object.IsEmpty());
+    EXPECT_FALSE(object.HasProperty("a"));
+    EXPECT_EQ(object.SetPropertyValue("a", 1), -1);
+    EXPECT_TRUE(object.DecodeFromString("{}"));
+    EXPECT_EQ(object.GetErrorText(), "");
+}
+
+TEST(TOstelJsonObject, NamesTheLineOfAFault) {
+    TJson object;
+    EXPECT_FALSE(object.DecodeFromString("{\n\"a\": 1,\nx}"));
+    EXPECT_THAT(object.GetErrorText(), testing::StartsWith("line 3: "));
+}
+
+TEST(TOstelJsonObject, TakesAnObjectOrAnArrayAtTheTop) {
+    EXPECT_TRUE(TJson().DecodeFromString("[1]"));
+    for (const char* text : {"1", "\"a\"", "null", "{} x", "nonsense", "{'a':1}"}) {
+        EXPECT_FALSE(TJson().DecodeFromString(text)) << text;
+    }
+}
+
+TEST(TOstelJsonObject, EveryOperationBearsTheLackOfAValue) {
+    TJson nothing = Nothing();
+    EXPECT_TRUE(nothing.IsEmpty());
+    EXPECT_FALSE(nothing.HasProperty("a"));
+    EXPECT_FALSE(nothing.RemoveProperty("a"));
+    EXPECT_FALSE(nothing.Clear());
+    EXPECT_THAT(nothing.GetProperties(), IsEmpty());
+    EXPECT_EQ(nothing.GetPropertyType("a"), TJson::JSON_TYPE_UNKNOWN);
+    EXPECT_EQ(nothing.GetSequenceType("a"), TJson::JSON_TYPE_UNKNOWN);
+    EXPECT_EQ(nothing.GetJsonArraySize("a"), 0U);
+    EXPECT_EQ(Encoded(nothing.GetObject("a")), "");
+    EXPECT_EQ(nothing.GetJsonObject("a", 0), nullptr);
+    EXPECT_EQ(nothing.SetJsonObject("a", json_integer(1)), -1);
+    EXPECT_EQ(Encoded(TJson(nothing)), "");
+    TJson other;
+    other = nothing;
+    EXPECT_EQ(Encoded(other), "");
+    TempDir dir;
+    EXPECT_FALSE(nothing.DumpToFile(dir.File("x"), -1));
+}
+
+TEST(TOstelJsonObject, DumpsAndLoadsFiles) {
+    TempDir dir;
+    const TJson object = Decoded(R"({"z":1,"a":[2]})");
+    ASSERT_TRUE(object.DumpToFile(dir.File("x.json"), -1));
+    std::ostringstream text;
+    text << std::ifstream(dir.File("x.json")).rdbuf();
+    EXPECT_EQ(text.str(), R"({"z":1,"a":[2]})");
+    TJson loaded;
+    EXPECT_TRUE(loaded.LoadFile(dir.File("x.json")));
+    EXPECT_EQ(Encoded(loaded), Encoded(object));
+    EXPECT_FALSE(object.DumpToFile("/nonexistent/x.json", -1));
+}
+
+TEST(TOstelJsonObject, TellsWhyAFileIsNotLoaded) {
+    TempDir dir;
+    TJson object = Decoded(R"({"a":1})");
+    EXPECT_FALSE(object.LoadFile(dir.File("missing")));
+    EXPECT_THAT(object.GetErrorText(), testing::StartsWith("line -1: "));
+    EXPECT_EQ(Encoded(object), "");
+    EXPECT_FALSE(object.LoadFile(""));
+    EXPECT_NE(object.GetErrorText(), "");
+    std::ofstream(dir.File("bad")) << "{\n\n]";
+    EXPECT_FALSE(object.LoadFile(dir.File("bad")));
+    EXPECT_THAT(object.GetErrorText(), testing::StartsWith("line 3: "));
+}
+
+TEST(TOstelJsonObject, RefusesHundredThousandLevels) {
+    const std::string deep = std::string(100000, '[') + std::string(100000, ']');
+    TJson object;
+    EXPECT_FALSE(object.DecodeFromString(deep));
+    EXPECT_THAT(object.GetErrorText(), testing::HasSubstr("depth"));
+    EXPECT_FALSE(object.DecodeFromString(std::string(100000, '{')));
+}
+
+TEST(TOstelJsonObject, ReadsTenMegabytes) {
+    const std::string text(10 * 1024 * 1024, 'x');
+    TJson object;
+    object.SetPropertyValue("a", text);
+    const TJson again = Decoded(Encoded(object));
+    EXPECT_EQ(again.GetPropertyValue<std::string>("a", ""), text);
+}
+
+// What is not offered must not be there to link with, or callers would come to rely on it.
+TEST(TOstelJsonObject, OffersExactlyItsTypes) {
+    const std::string symbols =
+        RunProgram({"nm", "-DC", "--defined-only", OSTEL_APP_LIBRARY}).output;
+    for (const char* type : {"TOstelJsonObject", "bool", "char const*", "unsigned short", "int",
+                             "long", "long long", "double"}) {
+        EXPECT_THAT(symbols, testing::HasSubstr(" TOstelJsonObject::GetJsonValue<" +
+                                                std::string(type) + ">("))
+            << type;
+    }
+    for (const char* type : {"char", "unsigned int", "unsigned long"}) {
+        EXPECT_THAT(symbols,
+                    testing::Not(testing::HasSubstr("GetJsonValue<" + std::string(type) + ">(")))
+            << type;
+        EXPECT_THAT(symbols, testing::HasSubstr("ToJson<" + std::string(type) + ">(")) << type;
+    }
+}
+
+#ifdef __i386__
+static_assert(sizeof(TOstelJsonObject) == 4 + 4 + sizeof(std::string),
+              "virtual table, value, error text");
+#endif
+
+}  // namespace

@@ -1,0 +1,204 @@
+// Connecting, names on the bus, and the life cycle.
+#include "ChildProcess.h"
+#include "DBusFixture.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+TEST_F(DBus, InitConnectsAndOwnsTheName) {
+    TOpenDBus bus;
+    bus.Init("OSTEL_KTA");
+    EXPECT_TRUE(HasOwner("com.Kaven.Ostel.OSTEL_KTA"));
+    EXPECT_FALSE(HasOwner("com.Kaven.Ostel.OSTEL_KTA_CLIENT"));
+}
+
+TEST_F(DBus, SecondInitWithTheSameNameDoesNothing) {
+    TOpenDBus bus;
+    bus.Init("OSTEL_KTA");
+    RecordingLog::Clear();
+    bus.Init("OSTEL_KTA");
+    EXPECT_THAT(RecordingLog::Texts(3),
+                testing::ElementsAre("The same ID (OSTEL_KTA), do nothing."));
+    EXPECT_TRUE(HasOwner("com.Kaven.Ostel.OSTEL_KTA"));
+}
+
+TEST_F(DBus, RequestsTheNameWithFlagsThree) {
+    ChildProcess monitor({"dbus-monitor", "--system", "member='RequestName'"});
+    ASSERT_TRUE(monitor.WaitForOutput("NameLost"));
+    TOpenDBus bus;
+    bus.Init("OSTEL_KTA");
+    EXPECT_TRUE(monitor.WaitForOutput("string \"com.Kaven.Ostel.OSTEL_KTA\"\n   uint32 3"))
+        << monitor.Output();
+}
+
+TEST_F(DBus, AddsTheMatchRuleOfTheInterface) {
+    ChildProcess monitor({"dbus-monitor", "--system", "member='AddMatch'"});
+    ASSERT_TRUE(monitor.WaitForOutput("NameLost"));
+    TOpenDBus bus;
+    bus.Connect();
+    EXPECT_TRUE(monitor.WaitForOutput("string \"interface='com.Kaven.Ostel.Ostel'\""))
+        << monitor.Output();
+}
+
+TEST_F(DBus, ChangingTheNameReleasesTheOldOnes) {
+    ChildProcess monitor({"dbus-monitor", "--system", "member='ReleaseName'"});
+    ASSERT_TRUE(monitor.WaitForOutput("NameLost"));
+    TOpenDBus bus;
+    bus.Init("A");
+    bus.Run();
+    bus.Init("B");
+    EXPECT_TRUE(bus.IsRunning());
+    EXPECT_TRUE(HasOwner("com.Kaven.Ostel.B"));
+    EXPECT_FALSE(HasOwner("com.Kaven.Ostel.A"));
+    EXPECT_TRUE(monitor.WaitForOutput("string \"com.Kaven.Ostel.A_CLIENT\"")) << monitor.Output();
+    EXPECT_THAT(monitor.Output(), HasSubstr("string \"com.Kaven.Ostel.A\""));
+    RawPeer peer;
+    EXPECT_EQ(CallAs(peer, "B", "Unknown", "").second, -1);
+}
+
+TEST_F(DBus, ANameThatIsTakenIsOnlyLogged) {
+    // A peer that does not allow replacement keeps its name.
+    const RawPeer owner("OSTEL_KTA");
+    TOpenDBus bus;
+    bus.Init("OSTEL_KTA");
+    EXPECT_EQ(RecordingLog::Count(2, "The 'com.Kaven.Ostel.OSTEL_KTA' name is already taken!"), 1);
+    bus.Run();
+    EXPECT_TRUE(bus.IsRunning());
+}
+
+TEST_F(DBus, TheLaterOfTwoProcessesWithOneNameOwnsIt) {
+    TOpenDBus first;
+    TOpenDBus second;
+    first.Init("OSTEL_KTA");
+    second.Init("OSTEL_KTA");
+    TCallHandler handler([](const std::string&, std::string& reply) {
+        reply = "second";
+        return 0;
+    });
+    second.AddMethodHandler("WHO", &handler);
+    first.Run();
+    second.Run();
+    RawPeer peer;
+    EXPECT_EQ(CallAs(peer, "OSTEL_KTA", "WHO", "").first, "second");
+    EXPECT_TRUE(RecordingLog::Texts(2).empty());
+}
+
+TEST_F(DBus, InitGetsOverAConnectionThatHadNoName) {
+    TOpenDBus bus;
+    bus.SendEvent("E", "connects under the process id");
+    bus.Init("OSTEL_KTA");
+    EXPECT_TRUE(HasOwner("com.Kaven.Ostel.OSTEL_KTA"));
+    EXPECT_TRUE(RecordingLog::Texts(2).empty());
+    bus.Disconnect();
+    TOpenDBus unnamed;
+    unnamed.Connect();
+    unnamed.ReleaseBusName();
+    unnamed.Disconnect();
+    unnamed.Disconnect();
+}
+
+TEST_F(DBus, UnnamedSenderHasItsProcessIdInThePath) {
+    RawPeer peer;
+    TOpenDBus bus;
+    bus.SendEvent("E", "d");
+    ASSERT_TRUE(peer.WaitForMember("E"));
+    EXPECT_EQ(peer.Received().back().path, "/com/Kaven/Ostel/" + std::to_string(getpid()));
+}
+
+TEST_F(DBus, RefusesNamesThatTheBusDoesNotAllow) {
+    for (const std::string& name :
+         {std::string("with blank"), std::string("1starts.9digit"), std::string("\xFF"),
+          std::string("nul\0inside", 10), std::string("a/b"), std::string(240, 'x')}) {
+        TOpenDBus bus;
+        EXPECT_THROW(bus.Init(name), std::runtime_error);
+        EXPECT_EQ(bus.Name(), "");
+        // A good name afterwards is not held up by the bad one.
+        bus.Init("OSTEL_KTA");
+        EXPECT_TRUE(HasOwner("com.Kaven.Ostel.OSTEL_KTA"));
+    }
+    EXPECT_THAT(RecordingLog::Texts(2).at(0), testing::StartsWith("dbus_bus_request_name - "));
+}
+
+TEST_F(DBus, OwnsANameOf255Characters) {
+    const std::string id(255 - 16, 'x');
+    TOpenDBus bus;
+    bus.Init(id);
+    EXPECT_TRUE(HasOwner("com.Kaven.Ostel." + id));
+    // Its client name would be too long, and was never owned.
+    bus.Init("OSTEL_KTA");
+    EXPECT_TRUE(HasOwner("com.Kaven.Ostel.OSTEL_KTA"));
+}
+
+TEST_F(DBus, InitCanBeTriedAgainAfterTheBusWasAway) {
+    m_Bus.Kill();
+    TOpenDBus bus;
+    EXPECT_THROW(bus.Init("OSTEL_KTA"), std::runtime_error);
+    EXPECT_THAT(RecordingLog::Texts(2).at(0), testing::StartsWith("dbus_bus_get_private - "));
+    m_Bus.Start();
+    bus.Init("OSTEL_KTA");
+    EXPECT_TRUE(HasOwner("com.Kaven.Ostel.OSTEL_KTA"));
+}
+
+TEST_F(DBus, StopReturnsWithinADispatchTimeout) {
+    TOpenDBus bus;
+    bus.Init("OSTEL_KTA");
+    bus.Configure({3, 60, false});
+    bus.Run();
+    const auto start = std::chrono::steady_clock::now();
+    bus.Stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1500));
+    EXPECT_FALSE(bus.IsRunning());
+    bus.Stop();
+}
+
+TEST_F(DBus, StopWakesASingleWorkerByACallToItself) {
+    ChildProcess monitor({"dbus-monitor", "--system", "member='Disconnected'"});
+    ASSERT_TRUE(monitor.WaitForOutput("NameLost"));
+    TOpenDBus bus;
+    bus.Init("OSTEL_KTA");
+    bus.Run();
+    bus.Stop();
+    EXPECT_TRUE(monitor.WaitForOutput("destination=com.Kaven.Ostel.OSTEL_KTA serial="))
+        << monitor.Output();
+    EXPECT_THAT(monitor.Output(),
+                HasSubstr("path=/com/Kaven/Ostel/OSTEL_KTA; "
+                          "interface=com.Kaven.Ostel.Ostel; member=Disconnected"));
+}
+
+TEST_F(DBus, StopFromInsideAHandlerDoesNotWaitForItself) {
+    TOpenDBus bus;
+    bus.Init("OSTEL_KTA");
+    TCallHandler handler([&](const std::string&, std::string&) {
+        bus.Stop();
+        return 7;
+    });
+    bus.AddMethodHandler("STOP", &handler);
+    bus.Run();
+    RawPeer peer;
+    EXPECT_EQ(CallAs(peer, "OSTEL_KTA", "STOP", "").second, 7);
+    EXPECT_FALSE(bus.IsRunning());
+}
+
+TEST_F(DBus, RunsWithoutAConnectionUntilStopped) {
+    TOpenDBus bus;
+    bus.Run();
+    bus.Stop();
+    EXPECT_FALSE(bus.IsRunning());
+}
+
+TEST_F(DBus, TheProcessHasOneInstanceAndAsManyMoreAsItMakes) {
+    EXPECT_EQ(getOstelIpcInstance(), getOstelIpcInstance());
+    const std::unique_ptr<TOstelIpc> one(newOstelIpcInstance());
+    const std::unique_ptr<TOstelIpc> other(newOstelIpcInstance());
+    EXPECT_NE(one, other);
+    EXPECT_NE(one.get(), getOstelIpcInstance());
+    EXPECT_NE(dynamic_cast<TOstelDBus*>(one.get()), nullptr);
+}
+
+#ifdef __i386__
+static_assert(sizeof(TOstelDBus) >= sizeof(TOstelIpc) + 4 + 4 + 3 * sizeof(std::string) + 4 + 4,
+              "two connections, three names, connected, dispatch timeout");
+#endif
+
+}  // namespace
