@@ -7,9 +7,11 @@ set(CMAKE_CROSSCOMPILING_EMULATOR "")
 set(CMAKE_LIBRARY_ARCHITECTURE i386-linux-gnu)
 set(OSTEL_SYSROOT "${CMAKE_CURRENT_LIST_DIR}/../sysroot/i386")
 cmake_path(NORMAL_PATH OSTEL_SYSROOT)
-set(CMAKE_C_FLAGS_INIT -m32)
-set(CMAKE_CXX_FLAGS_INIT -m32)
 set(OSTEL_SYSROOT_LIB "${OSTEL_SYSROOT}/usr/lib/i386-linux-gnu")
+# Headers that differ between word sizes stand apart from those that pkg-config names.
+set(OSTEL_I386_FLAGS "-m32 -isystem ${OSTEL_SYSROOT}/usr/include/i386-linux-gnu")
+set(CMAKE_C_FLAGS_INIT "${OSTEL_I386_FLAGS}")
+set(CMAKE_CXX_FLAGS_INIT "${OSTEL_I386_FLAGS}")
 foreach(kind IN ITEMS EXE SHARED MODULE)
   set(CMAKE_${kind}_LINKER_FLAGS_INIT
       "-Wl,--disable-new-dtags -Wl,-rpath,${OSTEL_SYSROOT_LIB} -Wl,-rpath-link,${OSTEL_SYSROOT_LIB} -L${OSTEL_SYSROOT_LIB}")
