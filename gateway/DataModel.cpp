@@ -41,7 +41,7 @@ bool MatchesPattern(std::string_view path, std::string_view pattern) {
     while (morePattern) {
         const std::string_view wanted = NextElement(pattern, morePattern);
         if (!morePattern && wanted.empty()) {
-            return true;
+            return morePath;
         }
         if (!morePath) {
             return false;

@@ -1,0 +1,247 @@
+// The gateway as applications see it: the real program on a private bus.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "GatewayProcess.h"
+#include "PrivateBus.h"
+#include "RawPeer.h"
+#include "TOstelApplication.h"
+#include "TOstelJsonObject.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+const std::string LED = "Device.X_KAVEN_COM_General.LED.State";
+const std::string BRIGHTNESS = "Device.X_KAVEN_COM_General.LED.Brightness";
+
+class Gateway : public testing::Test {
+protected:
+    Gateway() : m_Gateway(OSTEL_GATEWAY), m_App(*TOstelApplication::GetInstance()) {
+        m_App.Initialize(OSTEL_CLI);
+    }
+
+    std::string Value(const std::string& name) {
+        std::string value = "not read";
+        m_App.GetParam(name, value);
+        return value;
+    }
+
+    // A request as it goes over the bus: the reply's text and code.
+    static std::pair<std::string, int> Request(RawPeer& peer, const std::string& type,
+                                               const std::string& text) {
+        DBusMessage* const call = RawPeer::NewCall("OSTEL_DISPATCHER", type);
+        const char* const characters = text.c_str();
+        dbus_message_append_args(call, DBUS_TYPE_STRING, &characters, DBUS_TYPE_INVALID);
+        DBusMessage* const reply = peer.Call(call, 20000);
+        const char* replyText = nullptr;
+        dbus_int32_t code = 0;
+        if (reply == nullptr || !dbus_message_get_args(reply, nullptr, DBUS_TYPE_STRING, &replyText,
+                                                       DBUS_TYPE_INT32, &code, DBUS_TYPE_INVALID)) {
+            return {"no reply", -1000};
+        }
+        const std::pair<std::string, int> result(replyText, code);
+        dbus_message_unref(reply);
+        return result;
+    }
+
+    PrivateBus m_Bus;
+    GatewayProcess m_Gateway;
+    TOstelApplication& m_App;
+};
+
+TEST_F(Gateway, ReadsNamesPartialPathsAndStars) {
+    EXPECT_EQ(Value("Device.DeviceInfo.SerialNumber"), "KV0123456789");
+    std::vector<TOstelApplication::TOstelAppParam> params;
+    EXPECT_EQ(m_App.GetParam("Device.", params), RC_SUCCESS);
+    EXPECT_GE(params.size(), 400U);
+    EXPECT_EQ(m_App.GetParam("Device.Hosts.Host.*.HostName", params), RC_SUCCESS);
+    EXPECT_EQ(params.size(), 4U);
+    EXPECT_EQ(m_App.GetParam("Device.Nothing", params), RC_INVALID_PARAM_NAME);
+}
+
+TEST_F(Gateway, StagesWritesUntilTheCommit) {
+    EXPECT_EQ(m_App.SetParam(LED, "BLINK", false), RC_SUCCESS);
+    EXPECT_EQ(m_App.SetParam(BRIGHTNESS, "5", false), RC_SUCCESS);
+    EXPECT_EQ(Value(LED), "ON");
+    EXPECT_EQ(m_App.Commit(), RC_SUCCESS);
+    EXPECT_EQ(Value(LED), "BLINK");
+    EXPECT_EQ(Value(BRIGHTNESS), "5");
+    EXPECT_EQ(m_App.Commit(), RC_SUCCESS);
+}
+
+TEST_F(Gateway, AWriteWithCommitAppliesWhatWasStagedToo) {
+    EXPECT_EQ(m_App.SetParam(BRIGHTNESS, "5", false), RC_SUCCESS);
+    EXPECT_EQ(m_App.SetParam(LED, "BLINK", true), RC_SUCCESS);
+    EXPECT_EQ(Value(BRIGHTNESS), "5");
+}
+
+TEST_F(Gateway, RefusesByTheDocumentedCodes) {
+    EXPECT_EQ(m_App.SetParam("Device.Nothing", "x", true), RC_INVALID_PARAM_NAME);
+    EXPECT_EQ(m_App.SetParam(LED, "PURPLE", true), RC_INVALID_PARAM_VALUE);
+    EXPECT_EQ(m_App.SetParam(BRIGHTNESS, "101", true), RC_INVALID_PARAM_VALUE);
+    EXPECT_EQ(m_App.SetParam(BRIGHTNESS, "bright", true), RC_INVALID_PARAM_VALUE);
+    EXPECT_EQ(m_App.SetParam("Device.DeviceInfo.SerialNumber", "x", true), RC_NOT_SUPPORTED);
+    EXPECT_EQ(m_App.SetParam(LED, "\xFF", true), RC_INVALID_ARGUMENT);
+    EXPECT_EQ(m_App.SetParam(LED, std::string("ON\0", 3), true), RC_INVALID_ARGUMENT);
+    EXPECT_EQ(Value(LED), "ON");
+}
+
+TEST_F(Gateway, AnswersMalformedRequestsWithInvalidArgument) {
+    RawPeer peer;
+    const std::string deep = std::string(100000, '[') + std::string(100000, ']');
+    for (const std::string& text :
+         {std::string(), std::string("{"), std::string("[]"), std::string("nonsense"), deep,
+          std::string("{}"), std::string(R"({"NAME":5})"), std::string(R"({"NAME":null})"),
+          std::string(R"({"NAME":["Device."]})")}) {
+        EXPECT_EQ(Request(peer, "GET_PARAM", text), (std::pair<std::string, int>("{}", 1)))
+            << text.substr(0, 50);
+    }
+    for (const char* text :
+         {R"({"NAME":"Device.X","VALUE":"x"})",
+          R"({"NAME":"Device.X","VALUE":"x","COMMIT":"true"})",
+          R"({"NAME":"Device.X","VALUE":5,"COMMIT":true})", R"({"VALUE":"x","COMMIT":true})"}) {
+        EXPECT_EQ(Request(peer, "SET_PARAM", text), (std::pair<std::string, int>("{}", 1))) << text;
+    }
+    EXPECT_EQ(Request(peer, "COMMIT", "{").second, 1);
+    EXPECT_EQ(Request(peer, "GET_PARAM", R"({"NAME":")" + std::string(10 << 20, 'x') + R"("})"),
+              (std::pair<std::string, int>(R"({"PARAMS":[]})", 4)));
+    EXPECT_EQ(Value("Device.DeviceInfo.SerialNumber"), "KV0123456789");
+}
+
+TEST_F(Gateway, AnswersCallsOfAnyShape) {
+    RawPeer peer;
+    DBusMessage* const reply = peer.Call(RawPeer::NewCall("OSTEL_DISPATCHER", "GET_PARAM"), 5000);
+    ASSERT_NE(reply, nullptr);
+    dbus_message_unref(reply);
+    EXPECT_EQ(Request(peer, "NO_SUCH_REQUEST", "{}").second, -1);
+}
+
+TEST_F(Gateway, SendsOneSignalForEachParameterThatChanged) {
+    const RawPeer peer;
+    m_App.SetParam(LED, "BLINK", false);
+    m_App.SetParam(BRIGHTNESS, "80", false);
+    m_App.SetParam("Device.Time.NTPServer3", "ntp3.example.net", false);
+    EXPECT_EQ(m_App.Commit(), RC_SUCCESS);
+    m_App.SendEvent("LAST", "");
+    ASSERT_TRUE(peer.WaitForMember("LAST"));
+    std::vector<std::string> changes;
+    for (const RawPeer::TMessage& message : peer.Received()) {
+        if (message.member == "EVENT_TYPE_PARAM_CHANGED") {
+            changes.push_back(message.text);
+        }
+    }
+    EXPECT_THAT(changes, testing::ElementsAre(
+                             R"({"DATA_MODEL_NAME":"Device.Time.NTPServer3",)"
+                             R"("DATA_MODEL_VALUE":"ntp3.example.net"})",
+                             R"({"DATA_MODEL_NAME":")" + LED + R"(","DATA_MODEL_VALUE":"BLINK"})"));
+}
+
+TEST_F(Gateway, CommittedValuesSurviveACrashAndStagedOnesDoNot) {
+    EXPECT_EQ(m_App.SetParam(LED, "PULSE", true), RC_SUCCESS);
+    EXPECT_EQ(m_App.SetParam(BRIGHTNESS, "1", false), RC_SUCCESS);
+    m_Gateway.KillAndRestart();
+    EXPECT_EQ(Value(LED), "PULSE");
+    EXPECT_EQ(Value(BRIGHTNESS), "80");
+}
+
+// Two parameters are always committed together; at no moment may a crash separate them.
+TEST_F(Gateway, ACommitIsWholeWheneverTheGatewayIsKilled) {
+    const std::string first = "Device.Time.NTPServer4";
+    const std::string second = "Device.Time.NTPServer5";
+    std::string committed;
+    int attempt = 0;
+    for (int round = 0; round < 20; ++round) {
+        std::thread killer([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1 + round * 3 % 17));
+            m_Gateway.Process().Signal(SIGKILL);
+        });
+        std::string tried;
+        while (true) {
+            tried = "n" + std::to_string(++attempt) + ".example.net";
+            if (m_App.SetParam(first, tried, false) != RC_SUCCESS ||
+                m_App.SetParam(second, tried, true) != RC_SUCCESS) {
+                break;
+            }
+            committed = tried;
+        }
+        killer.join();
+        m_Gateway.KillAndRestart();
+        const std::string value = Value(first);
+        EXPECT_EQ(Value(second), value);
+        EXPECT_TRUE(value == committed || value == tried) << value << " " << committed;
+        committed = value;
+    }
+    EXPECT_GT(attempt, 20);
+}
+
+TEST_F(Gateway, AnnouncesApplicationsThatComeAndGo) {
+    const RawPeer watcher;
+    { const RawPeer application("OSTEL_MVA"); }
+    ASSERT_TRUE(watcher.WaitForMember("APP_DISCONNECTED"));
+    std::vector<std::string> seen;
+    for (const RawPeer::TMessage& message : watcher.Received()) {
+        if (message.member == "APP_CONNECTED" || message.member == "APP_DISCONNECTED") {
+            seen.push_back(message.member + "=" + message.text);
+        }
+    }
+    EXPECT_THAT(seen,
+                testing::IsSupersetOf({"APP_CONNECTED=OSTEL_MVA", "APP_DISCONNECTED=OSTEL_MVA"}));
+}
+
+TEST_F(Gateway, EndsCleanlyOnItsSignals) {
+    for (const int signal : {SIGTERM, SIGINT}) {
+        m_Gateway.Process().Signal(signal);
+        EXPECT_EQ(m_Gateway.Process().Wait(), 0);
+        EXPECT_EQ(m_Gateway.Process().Errors(), "");
+        m_Gateway.KillAndRestart();
+    }
+}
+
+TEST_F(Gateway, ASecondOneOnTheSameStateIsRefused) {
+    EXPECT_EQ(m_App.SetParam(LED, "BLINK", true), RC_SUCCESS);
+    const TFinished second = RunProgram({OSTEL_GATEWAY, "--state", m_Gateway.StateFile()});
+    EXPECT_EQ(second.status, 1);
+    EXPECT_THAT(second.errors, HasSubstr(m_Gateway.StateFile()));
+    EXPECT_THAT(second.errors, HasSubstr("locked"));
+}
+
+TEST(GatewayStart, RefusesADamagedStateWithAMessage) {
+    const PrivateBus bus;
+    TempDir dir;
+    std::ofstream(dir.File("state")) << "not a database";
+    const TFinished gateway = RunProgram({OSTEL_GATEWAY, "--state", dir.File("state")});
+    EXPECT_EQ(gateway.status, 1);
+    EXPECT_EQ(gateway.errors,
+              "ostel-gateway: " + dir.File("state") + ": not a state file of the gateway\n");
+}
+
+TEST(GatewayStart, RefusesAMissingModelWithAMessage) {
+    TempDir dir;
+    const TFinished gateway = RunProgram(
+        {OSTEL_GATEWAY, "--state", dir.File("state"), "--model", dir.File("missing.json")});
+    EXPECT_EQ(gateway.status, 1);
+    EXPECT_THAT(gateway.errors, HasSubstr("missing.json"));
+}
+
+TEST(GatewayStart, WithoutABusSaysSo) {
+    TempDir dir;
+    const TFinished gateway = RunProgram({OSTEL_GATEWAY, "--state", dir.File("state")});
+    EXPECT_EQ(gateway.status, 1);
+    EXPECT_THAT(gateway.errors, HasSubstr("ostel-gateway: cannot connect to the bus"));
+}
+
+TEST(GatewayStart, TellsItsVersionAndOptions) {
+    EXPECT_EQ(RunProgram({OSTEL_GATEWAY, "--version"}).output, "1.7.9\n");
+    const TFinished help = RunProgram({OSTEL_GATEWAY, "--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_THAT(help.output, HasSubstr("--state"));
+    EXPECT_NE(RunProgram({OSTEL_GATEWAY, "--nonsense"}).status, 0);
+}
+
+}  // namespace

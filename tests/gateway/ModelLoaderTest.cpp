@@ -1,0 +1,158 @@
+#include "ModelLoader.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "TempDir.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+class ModelLoader : public testing::Test {
+protected:
+    std::string Load(const std::string& text) {
+        std::ofstream(m_Dir.File("model.json")) << text;
+        try {
+            LoadModel(m_Dir.File("model.json"), m_Model);
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+        return "";
+    }
+
+    // A model of one object with one parameter, whose members these are.
+    std::string LoadParameter(const std::string& members) {
+        return Load(R"({"objects":[{"path":"Device.","parameters":[{)" + members + "}]}]}");
+    }
+
+    std::string Value(const std::string& name) const {
+        TDataModel::TValues values;
+        return m_Model.Get(name, values) == RC_SUCCESS && values.size() == 1 ? values[0].second
+                                                                             : "not there";
+    }
+
+    TempDir m_Dir;
+    TDataModel m_Model;
+};
+
+TEST_F(ModelLoader, TakesParametersWithTheirDefaults) {
+    EXPECT_EQ(LoadParameter(R"("name":"A","type":"boolean","access":"readWrite","default":"1")"),
+              "");
+    EXPECT_EQ(Value("Device.A"), "true");
+    EXPECT_EQ(m_Model.Set("Device.A", "false"), RC_SUCCESS);
+}
+
+TEST_F(ModelLoader, TakesInstancesOfNestedTables) {
+    EXPECT_EQ(Load(R"({"objects":[
+        {"path":"D.T.{i}.","access":"readWrite","entries":"TNumberOfEntries",
+         "parameters":[{"name":"N","type":"string","access":"readOnly","default":"d"}],
+         "instances":[{"id":1,"values":{"N":"one"}},{"id":12,"values":{}}]},
+        {"path":"D.T.{i}.U.{i}.","access":"readOnly","entries":"UNumberOfEntries",
+         "parameters":[{"name":"M","type":"string","access":"readOnly","default":"d"}],
+         "instances":[{"id":3,"parent":[12],"values":{"M":"deep"}}]}]})"),
+              "");
+    EXPECT_EQ(Value("D.T.1.N"), "one");
+    EXPECT_EQ(Value("D.T.12.N"), "d");
+    EXPECT_EQ(Value("D.T.12.U.3.M"), "deep");
+}
+
+TEST_F(ModelLoader, NamesFilePlaceAndCauseOfAFault) {
+    const struct {
+        const char* text;
+        const char* cause;
+    } cases[] = {
+        {"", "line"},
+        {"[]", "\"objects\" is missing"},
+        {"{\"objects\":[1]}", "\"objects\" is missing"},
+        {R"({"objects":[{"path":"Device"}]})", "Device: a path ends in a point"},
+        {R"({"objects":[{"path":5}]})", "\"path\" is missing or not a text"},
+        {R"({"objects":[{"path":"D.","parameters":5}]})", "\"parameters\" is not an array"},
+        {R"({"objects":[{"path":"D.T.{i}.","instances":[{"id":0}]}]})", "no valid number"},
+        {R"({"objects":[{"path":"D.T.{i}.U.{i}.","instances":[{"id":1}]}]})",
+         "lacks the numbers of its parents"},
+        {R"({"objects":[{"path":"D.T.{i}.","instances":[{"id":1,"values":{"X":"1"}}]}]})",
+         "D.T.1.X has a value but no definition"},
+    };
+    for (const auto& one : cases) {
+        const std::string message = Load(one.text);
+        EXPECT_THAT(message, HasSubstr(one.cause)) << one.text;
+        EXPECT_THAT(message, HasSubstr("model.json")) << one.text;
+    }
+}
+
+TEST_F(ModelLoader, RefusesFaultyParameters) {
+    const struct {
+        const char* members;
+        const char* cause;
+    } cases[] = {
+        {R"("type":"string","access":"readOnly","default":"")", "\"name\" is missing"},
+        {R"("name":"A.B","type":"string","access":"readOnly","default":"")",
+         "not a parameter name"},
+        {R"("name":"A","type":"text","access":"readOnly","default":"")", "unknown type \"text\""},
+        {R"("name":"A","type":"string","access":"rw","default":"")", "\"access\" is neither"},
+        {R"("name":"A","type":"string","access":"readOnly")", "\"default\" is missing"},
+        {R"("name":"A","type":"int","access":"readOnly","default":"x")",
+         "does not allow the default"},
+        {R"("name":"A","type":"int","access":"readOnly","default":"5","maximum":4)",
+         "does not allow the default"},
+        {R"("name":"A","type":"int","access":"readOnly","default":"5","maximum":"4")",
+         "\"maximum\" is not a number"},
+        {R"("name":"A","type":"string","access":"readOnly","default":"","maxLength":-1)",
+         "\"maxLength\" is out of range"},
+        {R"("name":"A","type":"string","access":"readOnly","default":"","pattern":"[")",
+         "not a regular expression"},
+        {R"("name":"A","type":"string","access":"readOnly","default":""},
+            {"name":"A","type":"string","access":"readOnly","default":"")",
+         "Device.A is there twice"},
+    };
+    for (const auto& one : cases) {
+        m_Model = TDataModel();
+        EXPECT_THAT(LoadParameter(one.members), HasSubstr(one.cause)) << one.members;
+    }
+}
+
+TEST_F(ModelLoader, SaysThatAFileCannotBeRead) {
+    EXPECT_THROW(LoadModel("/nonexistent.json", m_Model), std::runtime_error);
+}
+
+TEST_F(ModelLoader, TheHomeGatewayHasAtLeast400Parameters) {
+    LoadModel(OSTEL_HOME_GATEWAY_MODEL, m_Model);
+    EXPECT_GE(m_Model.Size(), 400U);
+    for (const char* name :
+         {"Device.DeviceInfo.AdditionalSoftwareVersion",
+          "Device.DeviceInfo.X_KAVEN_COM_CMAddress",
+          "Device.DeviceInfo.X_KAVEN_COM_DeviceCondition",
+          "Device.DeviceInfo.X_KAVEN_COM_DeviceIdProp1Hash",
+          "Device.X_KAVEN_COM_General.SystemState.DeviceMode",
+          "Device.DeviceInfo.FirstUseDate",
+          "Device.DeviceInfo.HardwareVersion",
+          "Device.DeviceInfo.X_KAVEN_COM_ManagedDevice",
+          "Device.DeviceInfo.Manufacturer",
+          "Device.DeviceInfo.ModelName",
+          "Device.X_KAVEN_COM_General.DeviceMode_Control.DeviceMode",
+          "Device.DeviceInfo.ManufacturerOUI",
+          "Device.X_KAVEN_COM_General.Storage.PersistentPath",
+          "Device.DeviceInfo.ProductClass",
+          "Device.X_KAVEN_COM_General.SystemState.ProfileSynced",
+          "Device.DeviceInfo.SerialNumber",
+          "Device.X_KAVEN_COM_General.SoftwareUpdate.UpdateLastCheckTime",
+          "Device.X_KAVEN_COM_General.SoftwareUpdate.UpdateCompletionPercentage",
+          "Device.X_KAVEN_COM_General.SoftwareUpdate.UpdateStatus",
+          "Device.X_KAVEN_COM_General.SoftwareUpdate.UpdateURL",
+          "Device.X_KAVEN_COM_General.SoftwareUpdate.UpdateVersion",
+          "Device.DeviceInfo.SoftwareVersion",
+          "Device.X_KAVEN_COM_General.Storage.TemporaryPath",
+          "Device.DeviceInfo.UpTime",
+          "Device.DeviceInfo.X_KAVEN_COM_WANAddress",
+          "Device.DeviceInfo.X_KAVEN_COM_WANMAC",
+          "Device.X_KAVEN_COM_General.LED.State",
+          "Device.X_KAVEN_COM_Applications.OstelManager.Logging.Level",
+          "Device.X_KAVEN_COM_Applications.HealthMonitor.Logging.DestinationLevel"}) {
+        EXPECT_NE(Value(name), "not there") << name;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,99 @@
+#include "ParamType.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TParamType Of(const std::string& name) {
+    TParamType type;
+    type.base = ToBaseType(name).value();
+    return type;
+}
+
+struct TCase {
+    const char* type;
+    std::vector<std::string> allowed;
+    std::vector<std::string> refused;
+};
+
+TEST(ParamType, AllowsWhatItsBaseTypeAllows) {
+    const TCase cases[] = {
+        {"string", {"", "anything", "\xC3\xA4"}, {}},
+        {"boolean", {"true", "false", "0", "1"}, {"", "TRUE", "yes", "2", " true"}},
+        {"int",
+         {"0", "-1", "+5", "2147483647", "-2147483648", "007"},
+         {"", "-", "2147483648", "-2147483649", "1.0", "0x1", " 1", "1 ", "99999999999999999999"}},
+        {"unsignedInt", {"0", "4294967295"}, {"", "-1", "+1", "4294967296", "1e3"}},
+        {"long",
+         {"9223372036854775807", "-9223372036854775808"},
+         {"9223372036854775808", "-9223372036854775809"}},
+        {"unsignedLong", {"18446744073709551615"}, {"18446744073709551616", "-1"}},
+        {"decimal", {"0", "1.5", "-.5", "3.", "+2"}, {"", ".", "1e5", "1,5", "1.2.3"}},
+        {"dateTime",
+         {"2026-01-15T09:30:00Z", "0001-01-01T00:00:00Z", "2026-01-15T09:30:00.123+01:00",
+          "2026-01-15T09:30:00"},
+         {"", "2026-01-15", "2026-13-01T00:00:00Z", "2026-01-15T24:00:00Z",
+          "2026-01-15 09:30:00Z"}},
+        {"base64", {"", "QQ==", "QUI=", "QUJD"}, {"QQ", "Q===", "QU I=", "===="}},
+        {"hexBinary", {"", "0a", "FF00"}, {"a", "0g", " 0a"}},
+    };
+    for (const TCase& one : cases) {
+        for (const std::string& value : one.allowed) {
+            EXPECT_TRUE(Of(one.type).Allows(value)) << one.type << " " << value;
+        }
+        for (const std::string& value : one.refused) {
+            EXPECT_FALSE(Of(one.type).Allows(value)) << one.type << " " << value;
+        }
+    }
+}
+
+TEST(ParamType, KnowsNoOtherNames) {
+    EXPECT_FALSE(ToBaseType("integer").has_value());
+}
+
+TEST(ParamType, HoldsNumbersWithinTheirRange) {
+    TParamType type = Of("int");
+    type.minimum = -1;
+    type.maximum = 10;
+    EXPECT_TRUE(type.Allows("-1"));
+    EXPECT_TRUE(type.Allows("10"));
+    EXPECT_FALSE(type.Allows("-2"));
+    EXPECT_FALSE(type.Allows("11"));
+}
+
+TEST(ParamType, CountsCharactersNotBytes) {
+    TParamType type = Of("string");
+    type.minLength = 2;
+    type.maxLength = 3;
+    EXPECT_FALSE(type.Allows("\xC3\xA4"));
+    EXPECT_TRUE(type.Allows("\xC3\xA4\xC3\xA4\xC3\xA4"));
+    EXPECT_FALSE(type.Allows("abcd"));
+    TParamType binary = Of("hexBinary");
+    binary.maxLength = 2;
+    EXPECT_TRUE(binary.Allows("0a0b"));
+    EXPECT_FALSE(binary.Allows("0a0b0c"));
+    TParamType base64 = Of("base64");
+    base64.maxLength = 1;
+    EXPECT_TRUE(base64.Allows("QQ=="));
+    EXPECT_FALSE(base64.Allows("QUI="));
+}
+
+TEST(ParamType, HoldsToEnumerationAndPattern) {
+    TParamType type = Of("string");
+    type.enumeration = {"ON", "OFF"};
+    EXPECT_TRUE(type.Allows("ON"));
+    EXPECT_FALSE(type.Allows("on"));
+    TParamType pattern = Of("string");
+    pattern.pattern.emplace("[a-z]+");
+    EXPECT_TRUE(pattern.Allows("abc"));
+    EXPECT_FALSE(pattern.Allows("abc1"));
+    EXPECT_FALSE(pattern.Allows(std::string(10 * 1024 * 1024, 'a')));
+}
+
+TEST(ParamType, KeepsBooleansInOneForm) {
+    EXPECT_EQ(Of("boolean").Canonical("1"), "true");
+    EXPECT_EQ(Of("boolean").Canonical("0"), "false");
+    EXPECT_EQ(Of("string").Canonical("1"), "1");
+}
+
+}  // namespace
