@@ -3,7 +3,22 @@
  * applications run on any PC; on the device the closed library of the same name takes its place.
  *
  * Every function may be called from any thread, before ztLogging_logInit and after
- * ztLogging_logTerm too. Functions with a result return 0 on success and -1 on failure.
+ * ztLogging_logTerm too. Functions with a result return 0 on success and -1 on failure; after a
+ * failure the settings are what they were before. Texts are copied.
+ *
+ * The stand-in has three settings:
+ *
+ *   key          environment variable     values                              default
+ *   level        ZT_LOGGING_LEVEL         0 to 7; higher levels are dropped   4 (notice)
+ *   destination  ZT_LOGGING_DESTINATION   a sum of 2, 4 and 8; 0 is nowhere   4 (system log)
+ *   file         ZT_LOGGING_FILE          path of the log file, appended to   none
+ *
+ * They are read when the library is first used and at each ztLogging_logSync: the defaults, over
+ * them the "key = value" lines of the file that ZT_LOGGING_SETTINGS names ("#" starts a comment
+ * line), over those the variables above. An empty variable counts as unset. The setters change a
+ * setting until the next ztLogging_logSync. What is wrong with the settings is said on standard
+ * error. By default nothing goes to standard output, which belongs to the program: what it prints
+ * may be read by another one.
  */
 #ifndef ZT_LOGGING_H
 #define ZT_LOGGING_H
@@ -26,19 +41,24 @@ extern "C" {
 #define ZT_LOG_DESTINATION_SYSLOG 4
 #define ZT_LOG_DESTINATION_FILE 8
 
-/* Starts logging under a logger name; the text is copied. */
+/* Starts logging under a logger name. */
 ZT_LOGGING_API int ztLogging_logInit(const char* loggerName);
 
 /* Ends logging; what is logged afterwards goes out under no logger name. */
 ZT_LOGGING_API void ztLogging_logTerm(void);
 
-/* Reads the settings again. */
+/* Reads the settings again, and opens the log file again, so that it can be moved away. */
 ZT_LOGGING_API int ztLogging_logSync(void);
 
 ZT_LOGGING_API int ztLogging_setLogLevel(int level);
+
+/* The file destination needs a file among the settings. */
 ZT_LOGGING_API int ztLogging_setLogDestination(int destination);
 
-/* Writes one line. `format` is a printf format; the line needs no line feed of its own. */
+/*
+ * Writes one line, whole, whatever its length. `format` is a printf format; the line needs no line
+ * feed of its own, and control characters inside it are written as escapes. Leaves errno alone.
+ */
 ZT_LOGGING_API void ztLogging_log(int level, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
 
