@@ -217,8 +217,9 @@ TEST(GetTimestamp, IsTheWallClockInWholeMilliseconds) {
     const double stamp = GetTimestamp();
     timespec after{};
     clock_gettime(CLOCK_REALTIME, &after);
-    EXPECT_GE(stamp, static_cast<double>(before.tv_sec) +
-                         static_cast<double>(before.tv_nsec / 1000000) / 1000.0);
+    // Half a millisecond for registers that are wider than a double.
+    EXPECT_GT(stamp + 0.0005, static_cast<double>(before.tv_sec) +
+                                  static_cast<double>(before.tv_nsec / 1000000) / 1000.0);
     EXPECT_LT(stamp, static_cast<double>(after.tv_sec) + 1.0);
     const double milliseconds = stamp * 1000.0;
     EXPECT_NEAR(milliseconds, static_cast<double>(static_cast<long long>(milliseconds + 0.5)),
