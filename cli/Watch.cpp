@@ -126,10 +126,8 @@ void BlockStopSignals() {
 
 int Watch(const std::string& prefix, std::optional<unsigned long> count, bool json) {
     const TWatcher watcher(prefix, count, json);
-    if (!json) {
-        // On standard error: whoever waits for it knows that nothing is missed from here on.
-        std::fputs("ostelcli: watching\n", stderr);
-    }
+    // On standard error: whoever waits for it knows that nothing is missed from here on.
+    std::fputs("ostelcli: watching\n", stderr);
     const sigset_t signals = StopSignals();
     int signal = 0;
     sigwait(&signals, &signal);

@@ -1,0 +1,245 @@
+// The tool as a person and as a program use it: the real programs on a private bus.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+#include "ChildProcess.h"
+#include "GatewayProcess.h"
+#include "PrivateBus.h"
+#include "RawPeer.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+const std::string LED = "Device.X_KAVEN_COM_General.LED.State";
+
+TFinished Cli(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), OSTELCLI);
+    return RunProgram(arguments);
+}
+
+class Ostelcli : public testing::Test {
+protected:
+    Ostelcli() : m_Gateway(OSTEL_GATEWAY) {}
+
+    PrivateBus m_Bus;
+    GatewayProcess m_Gateway;
+};
+
+TEST_F(Ostelcli, GetPrintsNameAndValue) {
+    const TFinished get = Cli({"get", "Device.DeviceInfo.SerialNumber"});
+    EXPECT_EQ(get.status, 0);
+    EXPECT_EQ(get.output, "Device.DeviceInfo.SerialNumber  KV0123456789\n");
+    EXPECT_EQ(get.errors, "");
+}
+
+TEST_F(Ostelcli, GetAlignsSeveral) {
+    EXPECT_EQ(Cli({"get", "Device.Hosts.Host.*.HostName", "Device.DeviceInfo.ModelName"}).output,
+              "Device.Hosts.Host.1.HostName   desktop\n"
+              "Device.Hosts.Host.2.HostName   laptop\n"
+              "Device.Hosts.Host.3.HostName   printer\n"
+              "Device.Hosts.Host.10.HostName  tablet\n"
+              "Device.DeviceInfo.ModelName    HG-400\n");
+}
+
+TEST_F(Ostelcli, GetPrintsJsonForPrograms) {
+    const std::string expected =
+        R"({"PARAMS":[{"NAME":"Device.DeviceInfo.ModelName","VALUE":"HG-400"}]})"
+        "\n";
+    EXPECT_EQ(Cli({"--json", "get", "Device.DeviceInfo.ModelName"}).output, expected);
+    EXPECT_EQ(Cli({"get", "Device.DeviceInfo.ModelName", "--json"}).output, expected);
+}
+
+TEST_F(Ostelcli, GetTellsOfUnknownNamesAndPrintsTheRest) {
+    const TFinished get = Cli({"get", "Device.Nothing", "Device.DeviceInfo.ModelName"});
+    EXPECT_EQ(get.status, 4);
+    EXPECT_EQ(get.errors, "ostelcli: Device.Nothing: RC_INVALID_PARAM_NAME (4)\n");
+    EXPECT_THAT(get.output, HasSubstr("HG-400"));
+}
+
+TEST_F(Ostelcli, SetCommitsUnlessToldNotTo) {
+    EXPECT_EQ(Cli({"set", LED + "=BLINK", "--no-commit"}).status, 0);
+    EXPECT_THAT(Cli({"get", LED}).output, HasSubstr("  ON\n"));
+    EXPECT_EQ(Cli({"commit"}).status, 0);
+    EXPECT_THAT(Cli({"get", LED}).output, HasSubstr("  BLINK\n"));
+    EXPECT_EQ(Cli({"set", LED + "=OFF", "Device.Time.NTPServer3=a=b"}).status, 0);
+    EXPECT_THAT(Cli({"get", LED}).output, HasSubstr("  OFF\n"));
+    EXPECT_THAT(Cli({"get", "Device.Time.NTPServer3"}).output, HasSubstr("  a=b\n"));
+}
+
+TEST_F(Ostelcli, SetTellsWhatWasRefused) {
+    const TFinished set = Cli({"set", "Device.Time.NTPServer3=x", LED + "=PURPLE"});
+    EXPECT_EQ(set.status, 5);
+    EXPECT_EQ(set.errors, "ostelcli: 1 earlier values are staged, not committed\nostelcli: " + LED +
+                              ": RC_INVALID_PARAM_VALUE (5)\n");
+    EXPECT_EQ(Cli({"set", "Device.DeviceInfo.SerialNumber=x"}).status, 7);
+    EXPECT_EQ(Cli({"set", "Device.Nothing=x"}).status, 4);
+    for (const char* assignment : {"no-equals-sign", "=value"}) {
+        EXPECT_EQ(Cli({"set", assignment}).status, 1) << assignment;
+    }
+    EXPECT_THAT(Cli({"set", "Device.Time.NTPServer3"}).errors, HasSubstr("is not NAME=VALUE"));
+}
+
+TEST_F(Ostelcli, BearsTextsThatNobodyExpects) {
+    EXPECT_EQ(Cli({"get", "\xFF"}).status, 1);
+    EXPECT_EQ(Cli({"get", ""}).status, 4);
+    EXPECT_EQ(Cli({"get", std::string(256, 'x')}).status, 4);
+    EXPECT_EQ(Cli({"set", LED + "=\xFF"}).status, 1);
+    EXPECT_EQ(Cli({"set", LED + "=" + std::string(100000, 'x')}).status, 5);
+    EXPECT_EQ(Cli({"event", "bad name", "x"}).status, 3);
+    EXPECT_EQ(Cli({"event", "E", "\xFF"}).status, 3);
+    EXPECT_EQ(Cli({"event", std::string(256, 'x'), "x"}).status, 3);
+}
+
+TEST_F(Ostelcli, MakesControlCharactersVisible) {
+    EXPECT_EQ(Cli({"set", "Device.Time.NTPServer3=a\x1b[31m\nb"}).status, 0);
+    EXPECT_EQ(Cli({"get", "Device.Time.NTPServer3"}).output,
+              "Device.Time.NTPServer3  a\\x1b[31m\\x0ab\n");
+}
+
+void Broadcast(RawPeer& peer, const std::string& name, const std::string& data) {
+    DBusMessage* const signal =
+        dbus_message_new_signal("/a", "com.Kaven.Ostel.Ostel", name.c_str());
+    const char* const text = data.c_str();
+    dbus_message_append_args(signal, DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
+    peer.Send(signal);
+}
+
+TEST_F(Ostelcli, WatchPrintsWhatHappens) {
+    ChildProcess watch({OSTELCLI, "watch"});
+    ASSERT_TRUE(watch.WaitForErrors("watching"));
+    RawPeer peer;
+    Broadcast(peer, "EVENT_TYPE_CLIENT_CONNECTED", R"({"MAC_ADDRESS":"02:00","HOST_NAME":"pc"})");
+    Broadcast(peer, "EVENT_TYPE_PARAM_CHANGED",
+              R"({"DATA_MODEL_NAME":"A","DATA_MODEL_VALUE":"1"})");
+    Broadcast(peer, "EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT", R"({"URL":"u"})");
+    Broadcast(peer, "MY_EVENT", "the data");
+    EXPECT_TRUE(watch.WaitForOutput("CLIENT  CLIENT_DEVICE_CONNECTED  02:00  pc\n"));
+    EXPECT_TRUE(watch.WaitForOutput("PARAM  A  1\n"));
+    EXPECT_TRUE(
+        watch.WaitForOutput("EVENT  EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT  {\"URL\":\"u\"}\n"));
+    EXPECT_TRUE(watch.WaitForOutput("EVENT  MY_EVENT  the data\n"));
+    { const RawPeer application("OSTEL_MVA"); }
+    EXPECT_TRUE(watch.WaitForOutput("APP  OSTEL_MVA  CONNECTED\n"));
+    EXPECT_TRUE(watch.WaitForOutput("APP  OSTEL_MVA  DISCONNECTED\n"));
+}
+
+TEST_F(Ostelcli, WatchFollowsAPrefixUntilItsCount) {
+    ChildProcess watch(
+        {OSTELCLI, "--json", "watch", "Device.X_KAVEN_COM_General.", "--count", "1"});
+    ASSERT_TRUE(watch.WaitForErrors("watching"));
+    EXPECT_EQ(Cli({"event", "E", "not below the prefix"}).status, 0);
+    EXPECT_EQ(Cli({"set", "Device.Time.NTPServer3=x"}).status, 0);
+    EXPECT_EQ(Cli({"set", LED + "=OFF"}).status, 0);
+    EXPECT_EQ(watch.Wait(), 0);
+    EXPECT_EQ(watch.Output(), R"({"KIND":"PARAM","NAME":")" + LED + R"(","VALUE":"OFF"})" + "\n");
+}
+
+TEST_F(Ostelcli, WatchEndsOnItsSignals) {
+    for (const int signal : {SIGINT, SIGTERM}) {
+        ChildProcess watch({OSTELCLI, "watch"});
+        ASSERT_TRUE(watch.WaitForErrors("watching"));
+        watch.Signal(signal);
+        EXPECT_EQ(watch.Wait(), 0);
+    }
+}
+
+TEST_F(Ostelcli, EventIsSeenByAnotherProgram) {
+    ChildProcess monitor({"dbus-monitor", "--system", "member='MY_EVENT'"});
+    ASSERT_TRUE(monitor.WaitForOutput("NameLost"));
+    EXPECT_EQ(Cli({"event", "MY_EVENT", R"({"a":1})"}).status, 0);
+    ASSERT_TRUE(monitor.WaitForOutput(R"(string "{"a":1}")")) << monitor.Output();
+    EXPECT_THAT(monitor.Output(), HasSubstr("path=/com/Kaven/Ostel/OSTEL_CLI; "
+                                            "interface=com.Kaven.Ostel.Ostel; member=MY_EVENT"));
+}
+
+TEST_F(Ostelcli, AppsListsWhoIsActive) {
+    RawPeer application("OSTEL_MVA");
+    application.Answer("IS_APP_ACTIVE", "", 0);
+    RawPeer failing("OSTEL_FENA");
+    failing.Answer("IS_APP_ACTIVE", "", -1);
+    EXPECT_EQ(Cli({"apps"}).output, "OSTEL_MVA\nOSTEL_DISPATCHER\nOSTEL_CLI\n");
+    EXPECT_EQ(Cli({"apps", "--json"}).output,
+              "{\"APPS\":[\"OSTEL_MVA\",\"OSTEL_DISPATCHER\",\"OSTEL_CLI\"]}\n");
+}
+
+TEST_F(Ostelcli, InfoShowsLibraryBusAndDevice) {
+    const TFinished info = Cli({"info"});
+    EXPECT_EQ(info.status, 0);
+    for (const char* part : {"1.7.9", "unix:path=", "active", "HG-400", "KV0123456789"}) {
+        EXPECT_THAT(info.output, HasSubstr(part));
+    }
+    EXPECT_THAT(Cli({"info", "--json"}).output, StartsWith(R"({"Library":"1.7.9","Bus":")"));
+}
+
+TEST_F(Ostelcli, ACrashOfTheGatewayIsAFailureNotAHang) {
+    m_Gateway.Process().Signal(SIGKILL);
+    m_Gateway.Process().Wait();
+    const TFinished get = Cli({"get", "Device."});
+    EXPECT_EQ(get.status, 255);
+    EXPECT_EQ(get.errors, "ostelcli: Device.: RC_FAILURE (-1)\n");
+    EXPECT_THAT(Cli({"info"}).output, HasSubstr("not there"));
+}
+
+TEST_F(Ostelcli, EndsQuietlyWhenItsReaderHasSeenEnough) {
+    const TFinished head =
+        RunProgram({"sh", "-c", std::string(OSTELCLI) + " get Device. | head -n 1"});
+    EXPECT_EQ(head.status, 0);
+    EXPECT_EQ(head.errors, "");
+}
+
+TEST(OstelcliAlone, WithoutABusSaysSo) {
+    const TFinished get = Cli({"get", "Device."});
+    EXPECT_EQ(get.status, 69);
+    EXPECT_THAT(get.errors, StartsWith("ostelcli: cannot connect to the bus"));
+    EXPECT_EQ(get.output, "");
+}
+
+TEST(OstelcliAlone, TellsItsVersion) {
+    EXPECT_EQ(Cli({"--version"}).output, "1.7.9\n");
+}
+
+TEST(OstelcliAlone, HelpsWithExamples) {
+    const TFinished help = Cli({"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_THAT(help.output, HasSubstr("Examples:"));
+    EXPECT_EQ(Cli({"get", "--help"}).status, 0);
+}
+
+TEST(OstelcliAlone, RefusesAWrongCommandLine) {
+    const std::vector<std::vector<std::string>> wrong = {{},
+                                                         {"nonsense"},
+                                                         {"get"},
+                                                         {"set"},
+                                                         {"--nonsense"},
+                                                         {"watch", "--count", "0"},
+                                                         {"event"},
+                                                         {"watch", "--count", "x"},
+                                                         {"event", "NAME"},
+                                                         {"commit", "x"}};
+    for (const auto& arguments : wrong) {
+        const TFinished one = Cli(arguments);
+        EXPECT_EQ(one.status, 64);
+        EXPECT_NE(one.errors, "");
+        EXPECT_EQ(one.output, "");
+    }
+}
+
+// The tour checks itself, and must leave nothing behind.
+TEST(Tour, EndsWell) {
+    const TFinished tour = RunProgram({"env", std::string("OSTEL_BIN=") + OSTEL_BIN, OSTEL_DEMO});
+    EXPECT_EQ(tour.status, 0) << tour.output << tour.errors;
+    EXPECT_THAT(tour.output, HasSubstr("That was the tour."));
+}
+
+TEST(Tour, FailsWhenAProgramDoes) {
+    TempDir dir;
+    // A gateway that does not start.
+    RunProgram({"ln", "-s", "/bin/false", dir.File("ostel-gateway")});
+    EXPECT_NE(RunProgram({"env", "OSTEL_BIN=" + dir.Path().string(), OSTEL_DEMO}).status, 0);
+}
+
+}  // namespace
