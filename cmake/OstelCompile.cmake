@@ -35,6 +35,10 @@ target_compile_options(ostel_build INTERFACE
 # Only interfaces that OpenSSL 1.1.1 and 3.x both have.
 target_compile_definitions(ostel_build INTERFACE OPENSSL_API_COMPAT=0x10101000L)
 target_link_options(ostel_build INTERFACE -Wl,--as-needed)
-if(NOT OSTEL_SANITIZE)
+if(OSTEL_SANITIZE)
+  # The compiler's instrumentation makes it see uninitialised values in the standard library's own
+  # regular expressions; the plain builds still stop at this warning.
+  target_compile_options(ostel_build INTERFACE -Wno-error=maybe-uninitialized)
+else()
   target_link_options(ostel_build INTERFACE -Wl,--no-undefined)
 endif()

@@ -1,0 +1,72 @@
+// The README is held to its word: its program compiles and runs against the gateway, and the tour
+// it shows is the tour that is.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "GatewayProcess.h"
+#include "PrivateBus.h"
+
+namespace {
+
+std::string Readme() {
+    std::ostringstream text;
+    text << std::ifstream(std::string(OSTEL_ROOT) + "/README.md").rdbuf();
+    return text.str();
+}
+
+// The code block that follows a heading.
+std::string Block(const std::string& heading, const std::string& language) {
+    const std::string readme = Readme();
+    const std::string fence = "```" + language + "\n";
+    const std::size_t section = readme.find("\n## " + heading);
+    const std::size_t start = readme.find(fence, section) + fence.size();
+    EXPECT_NE(section, std::string::npos);
+    EXPECT_NE(start, std::string::npos + fence.size());
+    return readme.substr(start, readme.find("```", start) - start);
+}
+
+std::string WithoutTrailingBlanks(const std::string& text) {
+    return std::regex_replace(text, std::regex(" +\n"), "\n");
+}
+
+TEST(Readme, ProgramCompilesAndRuns) {
+    const PrivateBus bus;
+    const GatewayProcess gateway(OSTEL_GATEWAY);
+    const TempDir dir;
+    std::ofstream(dir.File("first.cpp")) << Block("A first program", "cpp");
+    const std::string root = OSTEL_ROOT;
+    const TFinished compiler =
+        RunProgram({"sh", "-c",
+                    std::string(OSTEL_COMPILE) + " -std=c++17 -Wall -Wextra -Werror " +
+                        dir.File("first.cpp") + " -I " + root + "/common/framework -I " + root +
+                        "/ipc-lib -I " + root + "/application-lib -L " + OSTEL_LIB +
+                        " -Wl,-rpath," + OSTEL_LIB + " -lostel_app -o " + dir.File("first")});
+    ASSERT_EQ(compiler.status, 0) << compiler.errors;
+    const TFinished first = RunProgram({dir.File("first")});
+    EXPECT_EQ(first.status, 0);
+    EXPECT_EQ(first.output, "This is KV0123456789\n");
+}
+
+TEST(Readme, ShowsTheTourAsItIs) {
+    const TFinished tour = RunProgram(
+        {"env", std::string("OSTEL_BIN=") + OSTEL_BIN, std::string(OSTEL_ROOT) + "/scripts/demo"});
+    ASSERT_EQ(tour.status, 0) << tour.errors;
+    EXPECT_EQ("\n" + Block("The tour", ""), WithoutTrailingBlanks(tour.output));
+}
+
+TEST(Readme, NamesFilesThatAreThere) {
+    const std::string readme = Readme();
+    const std::regex link(R"(\]\(([^)]+)\))");
+    int count = 0;
+    for (std::sregex_iterator next(readme.begin(), readme.end(), link), end; next != end; ++next) {
+        EXPECT_TRUE(std::ifstream(std::string(OSTEL_ROOT) + "/" + (*next)[1].str())) << (*next)[1];
+        ++count;
+    }
+    EXPECT_GE(count, 3);
+}
+
+}  // namespace
