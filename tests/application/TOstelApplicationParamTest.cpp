@@ -9,7 +9,6 @@
 
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -158,6 +157,7 @@ TEST_F(TOstelApplicationParam, ThreadsMayAskAtOnce) {
     m_Dispatcher.Answer("GET_PARAM", TWO_PARAMS);
     m_Dispatcher.Answer("SET_PARAM", "", 7);
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int i = 0; i < 8; ++i) {
         threads.emplace_back([this] {
             for (int round = 0; round < rounds; ++round) {

@@ -7,8 +7,6 @@
 
 namespace {
 
-using testing::ElementsAre;
-
 struct TCase {
     const char* operation;
     const char* method;

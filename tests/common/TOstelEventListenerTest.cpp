@@ -384,6 +384,7 @@ TEST(TOstelEventListener, ObserversComeAndGoFromManyThreadsWhileEventsArrive) {
     TCounter constant;
     listener.AddDataModelChangeObserver(&constant);
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
             for (int round = 0; round < rounds; ++round) {
