@@ -143,7 +143,7 @@ TEST_F(TOstelApplicationParam, ABusThatGoesAwayFailsTheWaitingCallAtOnce) {
         std::string value;
         return m_App.GetParam("Device.X", value);
     });
-    ASSERT_TRUE(m_Dispatcher.WaitForRequests("GET_PARAM"));
+    ASSERT_TRUE(m_Dispatcher.WaitForRequest("GET_PARAM"));
     m_Bus.Kill();
     EXPECT_NE(code.get(), RC_SUCCESS);
     EXPECT_NE(m_App.GetParam("Device.X", m_Value), RC_SUCCESS);

@@ -113,7 +113,7 @@ TEST_P(TOstelApplicationWire, SendsTheRequestByteForByte) {
     EXPECT_EQ(GetParam().call(m_App), 0);
     const auto requests = m_Dispatcher.Requests();
     ASSERT_EQ(requests.size(), 1U);
-    EXPECT_EQ(requests[0].method, GetParam().method);
+    EXPECT_EQ(requests[0].member, GetParam().method);
     EXPECT_EQ(requests[0].text, GetParam().text);
     EXPECT_EQ(requests[0].signature, "s");
     EXPECT_EQ(requests[0].path, "/com/Kaven/Ostel/OSTEL_DISPATCHER");

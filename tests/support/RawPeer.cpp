@@ -79,6 +79,11 @@ DBusMessage* RawPeer::Call(DBusMessage* message, int timeoutMs) {
     return reply;
 }
 
+void RawPeer::Die() {
+    m_Running = false;
+    dbus_connection_close(m_Connection);
+}
+
 std::vector<RawPeer::TMessage> RawPeer::Received() const {
     const std::lock_guard<std::mutex> lock(m_Mutex);
     return m_Received;

@@ -42,6 +42,9 @@ public:
     // The reply, or null after the timeout.
     DBusMessage* Call(DBusMessage* message, int timeoutMs);
 
+    // Leaves the bus at once, as in a crash. An answer may do so, too.
+    void Die();
+
     std::vector<TMessage> Received() const;
     bool WaitForMember(const std::string& member) const;
 

@@ -1,116 +1,57 @@
 #include "ScriptedDispatcher.h"
 
 #include <algorithm>
-#include <chrono>
-#include <cstdlib>
-#include <stdexcept>
 
 namespace {
 
-constexpr int POLL_MS = 10;
 constexpr int CALL_TIMEOUT_MS = 10000;
-const char* const INTERFACE = "com.Kaven.Ostel.Ostel";
 
-std::string Name(const std::string& id) {
-    return "com.Kaven.Ostel." + id;
-}
-
-std::string Path(const std::string& id) {
-    return "/com/Kaven/Ostel/" + id;
-}
-
-std::string Copy(const char* text) {
-    return text != nullptr ? text : "";
-}
-
-DBusConnection* Connect() {
-    DBusConnection* const connection =
-        dbus_connection_open_private(std::getenv("DBUS_SYSTEM_BUS_ADDRESS"), nullptr);
-    if (connection == nullptr || !dbus_bus_register(connection, nullptr)) {
-        throw std::runtime_error("The scripted dispatcher finds no bus");
-    }
-    dbus_connection_set_exit_on_disconnect(connection, false);
-    return connection;
-}
-
-DBusMessage* NewAnswer(DBusMessage* call, const std::string& text, int code, bool withCode) {
-    DBusMessage* const answer = dbus_message_new_method_return(call);
+void AppendText(DBusMessage* message, const std::string& text) {
     const char* const characters = text.c_str();
-    dbus_message_append_args(answer, DBUS_TYPE_STRING, &characters, DBUS_TYPE_INVALID);
-    if (withCode) {
-        const dbus_int32_t number = code;
-        dbus_message_append_args(answer, DBUS_TYPE_INT32, &number, DBUS_TYPE_INVALID);
-    }
-    return answer;
+    dbus_message_append_args(message, DBUS_TYPE_STRING, &characters, DBUS_TYPE_INVALID);
 }
 
 }  // namespace
 
-ScriptedDispatcher::ScriptedDispatcher(const std::string& id) : m_Id(id), m_Running(true) {
-    dbus_threads_init_default();
-    m_Connection = Connect();
-    dbus_connection_add_filter(m_Connection, &ScriptedDispatcher::Filter, this, nullptr);
-    dbus_bus_request_name(m_Connection, Name(id).c_str(), 0, nullptr);
-    m_Thread = std::thread([this] { Serve(); });
+ScriptedDispatcher::ScriptedDispatcher(const std::string& id) : m_Id(id), m_Peer(id) {
+    m_Peer.Answer("*", [this](DBusMessage* call) { return AnswerTo(call); });
 }
 
 ScriptedDispatcher::~ScriptedDispatcher() {
-    m_Running = false;
-    m_Thread.join();
+    const std::lock_guard<std::mutex> lock(m_Mutex);
     for (DBusMessage* call : m_Silent) {
         dbus_message_unref(call);
     }
-    dbus_connection_close(m_Connection);
-    dbus_connection_unref(m_Connection);
 }
 
-void ScriptedDispatcher::Serve() {
-    while (m_Running && dbus_connection_read_write_dispatch(m_Connection, POLL_MS)) {
-    }
-}
-
-DBusHandlerResult ScriptedDispatcher::Filter(DBusConnection*, DBusMessage* message, void* self) {
-    if (dbus_message_get_type(message) == DBUS_MESSAGE_TYPE_METHOD_CALL) {
-        static_cast<ScriptedDispatcher*>(self)->Handle(message);
-        return DBUS_HANDLER_RESULT_HANDLED;
-    }
-    return DBUS_HANDLER_RESULT_NOT_YET_HANDLED;
-}
-
-void ScriptedDispatcher::Handle(DBusMessage* call) {
-    const char* text = nullptr;
-    dbus_message_get_args(call, nullptr, DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
-    const std::string method = Copy(dbus_message_get_member(call));
+ScriptedDispatcher::TScript ScriptedDispatcher::ScriptOf(DBusMessage* call) const {
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    m_Requests.push_back({method, Copy(text), Copy(dbus_message_get_signature(call)),
-                          Copy(dbus_message_get_path(call)),
-                          Copy(dbus_message_get_interface(call))});
-    m_Grown.notify_all();
-    const auto found = m_Script.find(method);
-    const TScript script =
-        found != m_Script.end() ? found->second : TScript{"", -1, TManner::ANSWER};
+    const auto found = m_Script.find(dbus_message_get_member(call));
+    return found != m_Script.end() ? found->second : TScript{"", -1, TManner::ANSWER};
+}
+
+DBusMessage* ScriptedDispatcher::AnswerTo(DBusMessage* call) {
+    const TScript script = ScriptOf(call);
     switch (script.manner) {
         case TManner::ANSWER:
-        case TManner::ANSWER_TEXT:
-            Send(NewAnswer(call, script.text, script.code, script.manner == TManner::ANSWER));
-            break;
+            return RawPeer::NewReply(call, script.text, script.code);
+        case TManner::ANSWER_TEXT: {
+            DBusMessage* const answer = dbus_message_new_method_return(call);
+            AppendText(answer, script.text);
+            return answer;
+        }
         case TManner::ANSWER_ERROR:
-            Send(dbus_message_new_error(call, "com.Kaven.Ostel.Error", script.text.c_str()));
-            break;
-        case TManner::KEEP_SILENT:
+            return dbus_message_new_error(call, "com.Kaven.Ostel.Error", script.text.c_str());
+        case TManner::KEEP_SILENT: {
+            const std::lock_guard<std::mutex> lock(m_Mutex);
             m_Silent.push_back(dbus_message_ref(call));
             break;
+        }
         case TManner::DIE:
-            m_Running = false;
-            dbus_connection_close(m_Connection);
+            m_Peer.Die();
             break;
     }
-}
-
-void ScriptedDispatcher::Send(DBusMessage* message) {
-    dbus_connection_send(m_Connection, message, nullptr);
-    dbus_connection_flush(m_Connection);
-    dbus_message_unref(message);
+    return nullptr;
 }
 
 void ScriptedDispatcher::Answer(const std::string& method, const std::string& text, int code,
@@ -120,57 +61,47 @@ void ScriptedDispatcher::Answer(const std::string& method, const std::string& te
 }
 
 void ScriptedDispatcher::Release() {
-    const std::lock_guard<std::mutex> lock(m_Mutex);
-    for (DBusMessage* call : m_Silent) {
-        const TScript& script = m_Script[Copy(dbus_message_get_member(call))];
-        Send(NewAnswer(call, script.text, script.code, true));
+    std::vector<DBusMessage*> calls;
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        calls.swap(m_Silent);
+    }
+    for (DBusMessage* call : calls) {
+        const TScript script = ScriptOf(call);
+        m_Peer.Send(RawPeer::NewReply(call, script.text, script.code));
         dbus_message_unref(call);
     }
-    m_Silent.clear();
 }
 
-std::vector<ScriptedDispatcher::TRequest> ScriptedDispatcher::Requests() const {
-    const std::lock_guard<std::mutex> lock(m_Mutex);
-    return m_Requests;
-}
-
-bool ScriptedDispatcher::WaitForRequests(const std::string& method, std::size_t count) const {
-    std::unique_lock<std::mutex> lock(m_Mutex);
-    return m_Grown.wait_for(lock, std::chrono::seconds(10), [&] {
-        const auto found =
-            std::count_if(m_Requests.begin(), m_Requests.end(),
-                          [&](const TRequest& request) { return request.method == method; });
-        return static_cast<std::size_t>(found) >= count;
-    });
+std::vector<RawPeer::TMessage> ScriptedDispatcher::Requests() const {
+    std::vector<RawPeer::TMessage> requests = m_Peer.Received();
+    const auto isNoRequest = [](const RawPeer::TMessage& message) {
+        return message.type != DBUS_MESSAGE_TYPE_METHOD_CALL;
+    };
+    requests.erase(std::remove_if(requests.begin(), requests.end(), isNoRequest), requests.end());
+    return requests;
 }
 
 std::string ScriptedDispatcher::LastText(const std::string& method) const {
-    const std::vector<TRequest> requests = Requests();
+    const std::vector<RawPeer::TMessage> requests = Requests();
     const auto last =
         std::find_if(requests.rbegin(), requests.rend(),
-                     [&](const TRequest& request) { return request.method == method; });
+                     [&](const RawPeer::TMessage& request) { return request.member == method; });
     return last != requests.rend() ? last->text : "no request of " + method;
 }
 
 void ScriptedDispatcher::SendEvent(const std::string& name, const std::string& data) {
-    DBusMessage* const signal =
-        dbus_message_new_signal(Path(m_Id).c_str(), INTERFACE, name.c_str());
-    const char* const characters = data.c_str();
-    dbus_message_append_args(signal, DBUS_TYPE_STRING, &characters, DBUS_TYPE_INVALID);
-    Send(signal);
+    DBusMessage* const signal = dbus_message_new_signal(("/com/Kaven/Ostel/" + m_Id).c_str(),
+                                                        "com.Kaven.Ostel.Ostel", name.c_str());
+    AppendText(signal, data);
+    m_Peer.Send(signal);
 }
 
-// On a connection of its own: this one's answers are taken by the serving thread.
 int ScriptedDispatcher::Call(const std::string& id, const std::string& method,
                              const std::string& text) {
-    DBusConnection* const connection = Connect();
-    DBusMessage* const call =
-        dbus_message_new_method_call(Name(id).c_str(), Path(id).c_str(), INTERFACE, method.c_str());
-    const char* const characters = text.c_str();
-    dbus_message_append_args(call, DBUS_TYPE_STRING, &characters, DBUS_TYPE_INVALID);
-    DBusMessage* const answer =
-        dbus_connection_send_with_reply_and_block(connection, call, CALL_TIMEOUT_MS, nullptr);
-    dbus_message_unref(call);
+    DBusMessage* const call = RawPeer::NewCall(id, method);
+    AppendText(call, text);
+    DBusMessage* const answer = m_Peer.Call(call, CALL_TIMEOUT_MS);
     dbus_int32_t code = -1000;
     if (answer != nullptr) {
         const char* reply = nullptr;
@@ -178,7 +109,5 @@ int ScriptedDispatcher::Call(const std::string& id, const std::string& method,
                               DBUS_TYPE_INVALID);
         dbus_message_unref(answer);
     }
-    dbus_connection_close(connection);
-    dbus_connection_unref(connection);
     return code;
 }
