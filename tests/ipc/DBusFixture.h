@@ -28,6 +28,9 @@ public:
     using TOstelDBus::ReleaseBusName;
     using TOstelDBus::Reply;
 
+    // The workers call virtual operations, so they end before the object begins to.
+    ~TOpenDBus() override { TOpenDBus::Stop(); }
+
     bool IsRunning() const { return m_Running; }
     const std::string& Name() const { return m_Name; }
 };

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr int CALL_TIMEOUT_MS = 10000;
+constexpr int CALL_TIMEOUT_MS = 60000;
 
 void AppendText(DBusMessage* message, const std::string& text) {
     const char* const characters = text.c_str();
