@@ -11,6 +11,7 @@ namespace {
 // COMMIT alone is answered in the platform's own codes, which applications map back.
 constexpr int PLATFORM_SUCCESS = 0;
 constexpr int PLATFORM_FAILURE = 1;
+constexpr int PLATFORM_INVALID_ARGUMENT = 3;
 
 bool HasText(const TOstelJsonObject& request, const std::string& name) {
     return request.GetPropertyType(name) == TOstelJsonObject::JSON_TYPE_STRING;
@@ -63,7 +64,7 @@ int TDispatcher::OnMethodCall(const std::string& type, const std::string& reques
     }
     TOstelJsonObject requestDocument;
     TOstelJsonObject replyDocument;
-    tOstelReturnCode code = RC_INVALID_ARGUMENT;
+    int code = type == "COMMIT" ? PLATFORM_INVALID_ARGUMENT : RC_INVALID_ARGUMENT;
     if (requestDocument.DecodeFromString(request)) {
         const std::lock_guard<std::mutex> lock(m_Mutex);
         code = (this->*found->second)(requestDocument, replyDocument);

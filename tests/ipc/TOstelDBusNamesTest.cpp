@@ -1,6 +1,37 @@
 // Connecting, names on the bus, and the life cycle.
+#include "BinaryLayout.h"
 #include "ChildProcess.h"
 #include "DBusFixture.h"
+
+struct TServerConnection {
+    friend std::size_t OffsetOf(TServerConnection);
+};
+struct TClientConnection {
+    friend std::size_t OffsetOf(TClientConnection);
+};
+struct TBusName {
+    friend std::size_t OffsetOf(TBusName);
+};
+struct TInterfaceName {
+    friend std::size_t OffsetOf(TInterfaceName);
+};
+struct TObjectPath {
+    friend std::size_t OffsetOf(TObjectPath);
+};
+struct TConnected {
+    friend std::size_t OffsetOf(TConnected);
+};
+struct TDispatchTimeout {
+    friend std::size_t OffsetOf(TDispatchTimeout);
+};
+
+template struct MemberOffset<TServerConnection, &TOstelDBus::m_ServerConnection>;
+template struct MemberOffset<TClientConnection, &TOstelDBus::m_ClientConnection>;
+template struct MemberOffset<TBusName, &TOstelDBus::m_BusName>;
+template struct MemberOffset<TInterfaceName, &TOstelDBus::m_InterfaceName>;
+template struct MemberOffset<TObjectPath, &TOstelDBus::m_ObjectPath>;
+template struct MemberOffset<TConnected, &TOstelDBus::m_Connected>;
+template struct MemberOffset<TDispatchTimeout, &TOstelDBus::m_DispatchTimeoutMs>;
 
 namespace {
 
@@ -196,9 +227,19 @@ TEST_F(DBus, TheProcessHasOneInstanceAndAsManyMoreAsItMakes) {
     EXPECT_NE(dynamic_cast<TOstelDBus*>(one.get()), nullptr);
 }
 
-#ifdef __i386__
-static_assert(sizeof(TOstelDBus) >= sizeof(TOstelIpc) + 4 + 4 + 3 * sizeof(std::string) + 4 + 4,
-              "two connections, three names, connected, dispatch timeout");
-#endif
+TEST(TOstelDBus, KeepsItsMembersInOrderBehindTheCores) {
+    const std::size_t offsets[] = {OffsetOf(TServerConnection()), OffsetOf(TClientConnection()),
+                                   OffsetOf(TBusName()),          OffsetOf(TInterfaceName()),
+                                   OffsetOf(TObjectPath()),       OffsetOf(TConnected()),
+                                   OffsetOf(TDispatchTimeout())};
+    EXPECT_TRUE(std::is_sorted(std::begin(offsets), std::end(offsets)));
+    EXPECT_GE(offsets[0], sizeof(TOstelIpc) - sizeof(void*));
+    EXPECT_EQ(offsets[1] - offsets[0], sizeof(void*));
+    EXPECT_EQ(offsets[2] - offsets[1], sizeof(void*));
+    EXPECT_EQ(offsets[3] - offsets[2], sizeof(std::string));
+    EXPECT_EQ(offsets[4] - offsets[3], sizeof(std::string));
+    EXPECT_EQ(offsets[5] - offsets[4], sizeof(std::string));
+    EXPECT_EQ(offsets[6] - offsets[5], 4U);
+}
 
 }  // namespace
