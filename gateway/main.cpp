@@ -113,9 +113,7 @@ void Serve(const std::string& modelFile, const std::string& stateFile) {
     stopSignals.Wait();
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
     CLI::App app("Serves a data model to the applications on this machine's bus.");
     app.name("ostel-gateway");
     std::string modelFile = DefaultModelFile();
@@ -126,11 +124,17 @@ int main(int argc, char** argv) {
     app.set_version_flag("--version", TOstelApplication::GetInstance()->GetVersion());
     app.footer("Example: ostel-gateway --model my-product.json --state /tmp/state.sqlite");
     CLI11_PARSE(app, argc, argv);
+    Serve(modelFile, stateFile);
+    return EXIT_SUCCESS;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
     try {
-        Serve(modelFile, stateFile);
+        return Run(argc, argv);
     } catch (const std::exception& error) {
         std::cerr << "ostel-gateway: " << error.what() << std::endl;
         return EXIT_FAILURE;
     }
-    return EXIT_SUCCESS;
 }
