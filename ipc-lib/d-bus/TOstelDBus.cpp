@@ -287,6 +287,10 @@ void TOstelDBus::SendEvent(const std::string& eventName, const std::string& even
         Fail("dbus_connection_send failed");
     }
     dbus_connection_flush(m_ClientConnection);
+    // Without a bus the event was taken all the same and went nowhere.
+    if (!dbus_connection_get_is_connected(m_ClientConnection)) {
+        Fail("dbus_connection_send failed");
+    }
 }
 
 int TOstelDBus::CallMethod(const std::string& methodName, const std::string& methodData,

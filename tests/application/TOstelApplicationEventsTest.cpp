@@ -250,8 +250,8 @@ TEST_F(TOstelApplicationEvents, AnEventThatTheBusCannotCarryIsLogged) {
 TEST_F(TOstelApplicationEvents, AnEventWithoutABusIsLogged) {
     m_Bus.Kill();
     m_App.SendEvent("NAME", "data");
-    m_App.SendEvent("NAME", "data");
-    EXPECT_THAT(m_Observer.seen, IsEmpty());
+    // Once by the transport and once by the application object.
+    EXPECT_EQ(RecordingLog::Count(2, "dbus_connection_send failed"), 2);
 }
 
 TEST_F(TOstelApplicationEvents, EventsOfTenMegabytesAndOfGreatDepthAreSurvived) {
@@ -315,7 +315,7 @@ TEST_F(TIsAppActive, ASilentApplicationIsInactiveAfterASecond) {
     const auto elapsed = std::chrono::steady_clock::now() - start;
     EXPECT_FALSE(m_Active);
     EXPECT_GE(elapsed, std::chrono::milliseconds(900));
-    EXPECT_LT(elapsed, std::chrono::seconds(10));
+    EXPECT_LT(elapsed, std::chrono::milliseconds(2900));
 }
 
 TEST_F(TIsAppActive, AnApplicationMayAskItself) {

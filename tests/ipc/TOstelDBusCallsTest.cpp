@@ -319,14 +319,12 @@ TEST_F(DBusCalls, EventsAreBroadcastSignals) {
     EXPECT_EQ(event.text, "the data");
 }
 
-TEST_F(DBusCalls, EventsAfterTheBusHasGoneAreAnErrorOrLostButNotAHang) {
+TEST_F(DBusCalls, AnEventAfterTheBusHasGoneIsAnErrorAndNotAHang) {
     m_Bus.Kill();
-    ASSERT_TRUE(WaitUntil([&] {
-        return RuntimeErrorOf([&] { m_Ipc.CallMethod("M", "", m_Reply); }) ==
-               "dbus_connection_send_with_reply failed";
-    }));
     const auto start = std::chrono::steady_clock::now();
-    RuntimeErrorOf([&] { m_Ipc.SendEvent("E", "d"); });
+    const std::string first = RuntimeErrorOf([&] { m_Ipc.SendEvent("E", "d"); });
+    EXPECT_EQ(first, "dbus_connection_send failed");
+    EXPECT_EQ(RuntimeErrorOf([&] { m_Ipc.SendEvent("E", "d"); }), first);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
 
