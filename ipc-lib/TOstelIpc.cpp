@@ -7,7 +7,8 @@
 
 namespace {
 
-const std::string ALL_EVENTS = "*";
+// Early, as the event names below: listeners register while the library is being loaded.
+__attribute__((init_priority(1000))) const std::string ALL_EVENTS = "*";
 
 const std::string& ListenerKey(const std::string& eventName) {
     return eventName.empty() ? ALL_EVENTS : eventName;

@@ -242,22 +242,25 @@ void TOstelDBus::Stop() {
         m_Running = false;
     }
     m_Stopped.notify_all();
-    WakeWorker();
+    WakeWorkers();
     TOstelIpc::Stop();
 }
 
 // A worker sits in its receive call until something arrives: a call to the object's own name does.
-void TOstelDBus::WakeWorker() {
+// Each call frees one worker; the others would sit out their timeouts one behind the other.
+void TOstelDBus::WakeWorkers() {
     if (!m_Connected) {
         return;
     }
-    DBusMessage* const message = NewMethodCall(m_Name, "Disconnected");
-    if (message == nullptr) {
-        return;
+    for (std::size_t i = 0; i < m_Workers.size(); ++i) {
+        DBusMessage* const message = NewMethodCall(m_Name, "Disconnected");
+        if (message == nullptr) {
+            return;
+        }
+        const TBusMessage call(message);
+        dbus_message_set_no_reply(call(), true);
+        dbus_connection_send(m_ClientConnection, call(), nullptr);
     }
-    const TBusMessage call(message);
-    dbus_message_set_no_reply(call(), true);
-    dbus_connection_send(m_ClientConnection, call(), nullptr);
     dbus_connection_flush(m_ClientConnection);
 }
 

@@ -89,7 +89,7 @@ private:
     void DispatchMethodCall(DBusMessage* call, const std::string& name, const std::string& data);
     static int TakeReply(const TBusMessage& message, std::string& reply);
     void DrainClientConnection();
-    void WakeWorker();
+    void WakeWorkers();
     void TakeName(const std::string& name);
     void OpenConnections();
 

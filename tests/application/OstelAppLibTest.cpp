@@ -14,7 +14,6 @@ extern "C" int RunFlatClient(char* report, std::size_t size);
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 static_assert(sizeof(tOstelAppLibParam) == 512, "name and value");
 static_assert(offsetof(tOstelAppLibParam, value) == 256, "behind the name");
