@@ -9,6 +9,7 @@
 
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 
 #include "WaitUntil.h"
 
@@ -35,6 +36,10 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, const std::s
     }
     arguments.push_back(nullptr);
     m_Pid = fork();
+    if (m_Pid < 0) {
+        // A signal to process -1 would go to every process there is.
+        throw std::runtime_error("fork");
+    }
     if (m_Pid == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         Redirect(m_Dir.File("in"), O_RDONLY, STDIN_FILENO);
@@ -53,7 +58,10 @@ ChildProcess::~ChildProcess() {
 }
 
 void ChildProcess::Signal(int number) const {
-    kill(m_Pid, number);
+    // The number of a process that was waited for may be another's by now.
+    if (!m_Ended) {
+        kill(m_Pid, number);
+    }
 }
 
 int ChildProcess::Wait(std::chrono::milliseconds limit) {
