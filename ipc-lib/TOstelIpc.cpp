@@ -7,6 +7,9 @@
 
 namespace {
 
+// The object whose worker this thread is.
+thread_local const TOstelIpc* served = nullptr;
+
 // Early, as the event names below: listeners register while the library is being loaded.
 __attribute__((init_priority(1000))) const std::string ALL_EVENTS = "*";
 
@@ -37,8 +40,8 @@ TOstelIpc::TOstelIpc() : m_Running(false), m_Monitor(false), m_TimeoutMs(60000),
 
 TOstelIpc::~TOstelIpc() {
     TOstelIpc::Stop();
-    // What is left is a worker that destroys its own object, by ending the process from inside a
-    // callback.
+    // Left are the workers of an object that one of them destroys, by ending the process from
+    // inside a callback.
     for (std::thread& worker : m_Workers) {
         worker.detach();
     }
@@ -60,10 +63,27 @@ void TOstelIpc::Init(const std::string& name) {
 }
 
 void TOstelIpc::Run() {
-    m_Running = true;
-    for (std::int32_t i = 0; i < m_Threads; ++i) {
-        m_Workers.emplace_back([this] { MainLoop(); });
+    std::int32_t started = 0;
+    if (!m_Running) {
+        // Workers that a callback has stopped may still be leaving. The one that the callback runs
+        // on stays: it is the first of those that are asked for.
+        if (IsServedByThisThread()) {
+            started = 1;
+        } else {
+            TOstelIpc::Stop();
+        }
     }
+    m_Running = true;
+    for (; started < m_Threads; ++started) {
+        m_Workers.emplace_back([this] {
+            served = this;
+            MainLoop();
+        });
+    }
+}
+
+bool TOstelIpc::IsServedByThisThread() const {
+    return served == this;
 }
 
 void TOstelIpc::AddEventLstener(IOstelIpcEventListener* listener, const std::string& eventName) {
@@ -98,19 +118,18 @@ int TOstelIpc::OnMethodCall(const std::string& methodName, const std::string& me
 
 void TOstelIpc::Stop() {
     m_Running = false;
-    const auto self = std::this_thread::get_id();
-    for (auto worker = m_Workers.begin(); worker != m_Workers.end();) {
-        // A worker that stops its own object from inside a callback cannot wait for itself: it
-        // leaves its loop afterwards, and the next Stop or the destruction joins it.
-        if (worker->get_id() == self) {
-            ++worker;
-            continue;
-        }
-        if (worker->joinable()) {
-            worker->join();
-        }
-        worker = m_Workers.erase(worker);
+    // A callback cannot wait for the worker that it runs on, nor for others, which may be waiting
+    // for the registry that the callback holds. They leave their loops, and the next Run or Stop
+    // from elsewhere joins them.
+    if (IsServedByThisThread()) {
+        return;
     }
+    for (std::thread& worker : m_Workers) {
+        if (worker.joinable()) {
+            worker.join();
+        }
+    }
+    m_Workers.clear();
 }
 
 void TOstelIpc::Configure(const TOstelIpcSettings& settings) {

@@ -36,6 +36,9 @@ public:
 // be filled before calls are made from several threads. Listeners and handlers are not owned:
 // remove them before they are destroyed.
 //
+// A second Run starts a further set of workers. Stop waits until all workers have left, except from
+// inside a callback, where it only asks them to. A callback must not delete the object.
+//
 // The order of the virtual operations and of the members is part of the binary interface.
 class OSTEL_API TOstelIpc : public IOstelIpcEventListener, public IOstelIpcMethodHandler {
 public:
@@ -85,6 +88,9 @@ public:
     void GetMethodServerId(const std::string& methodName, std::string& serverId) const;
 
 protected:
+    // Whether the caller is inside one of this object's callbacks.
+    bool IsServedByThisThread() const;
+
     std::atomic<bool> m_Running;
     bool m_Monitor;
     std::string m_Name;

@@ -26,10 +26,11 @@ inline bool IsMember(const std::string& name) {
     return !HasNul(name) && dbus_validate_member(name.c_str(), nullptr);
 }
 
-// Appends a text as the message's next argument; false when the bus cannot carry it. The whole
-// message may have 128 MiB; what is kept free is more than its header can take.
+// Appends a text as the message's next argument; false when the bus cannot carry it. The bus ends
+// the connection of whoever sends a message of more than 32 MiB, unless it is configured otherwise;
+// what is kept free is more than the header can take.
 inline bool Append(DBusMessageIter& arguments, const std::string& text) {
-    constexpr std::size_t longest = DBUS_MAXIMUM_MESSAGE_LENGTH - 8192;
+    constexpr std::size_t longest = 32 * 1024 * 1024 - 8192;
     if (text.size() > longest || HasNul(text) || !dbus_validate_utf8(text.c_str(), nullptr)) {
         return false;
     }

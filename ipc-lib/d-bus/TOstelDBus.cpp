@@ -12,6 +12,8 @@
 
 #include "OstelBusText.h"
 #include "OstelLog.h"
+#include "TBusPump.h"
+#include "TBusWakeup.h"
 
 namespace {
 
@@ -26,6 +28,13 @@ struct TPendingCallUnref {
     void operator()(DBusPendingCall* call) const { dbus_pending_call_unref(call); }
 };
 
+// What the bus library says of a call that has timed out.
+const char* const NO_REPLY =
+    "Did not receive a reply. Possible causes include: the remote application did not send a "
+    "reply, "
+    "the message bus security policy blocked the reply, the reply timeout expired, or the network "
+    "connection was broken.";
+
 [[noreturn]] void Fail(const char* text) {
     ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", text);
     throw std::runtime_error(text);
@@ -36,6 +45,13 @@ void AppendOrFail(DBusMessage* message, const std::string& text) {
     dbus_message_iter_init_append(message, &arguments);
     if (!OstelBusText::Append(arguments, text)) {
         Fail("dbus_message_iter_append_basic failed");
+    }
+}
+
+// A name that the bus does not allow makes no message.
+void ThrowUnlessAllowed(bool allowed) {
+    if (!allowed) {
+        const TOstelDBus::TBusMessage none(nullptr);
     }
 }
 
@@ -95,13 +111,20 @@ TOstelDBus::TOstelDBus()
       m_InterfaceName(INTERFACE_NAME),
       m_ObjectPath(OBJECT_PATH_PREFIX),
       m_Connected(false),
-      m_DispatchTimeoutMs(1000) {
+      m_DispatchTimeoutMs(1000),
+      m_Monitoring(false),
+      m_WorkerWakeup(std::make_shared<TBusWakeup>()),
+      m_ClientPump(std::make_unique<TBusPump>()) {
     dbus_threads_init_default();
 }
 
 TOstelDBus::~TOstelDBus() {
     TOstelDBus::Stop();
-    Disconnect();
+    // A callback that ends the process destroys the object under its workers: what they use is left
+    // to the end of the process.
+    if (!IsServedByThisThread()) {
+        Disconnect();
+    }
 }
 
 DBusConnection* TOstelDBus::CreateConnection(DBusBusType busType) {
@@ -124,18 +147,21 @@ void TOstelDBus::Connect() {
 void TOstelDBus::OpenConnections() {
     std::unique_ptr<DBusConnection, TConnectionCloser> server(CreateConnection(DBUS_BUS_SYSTEM));
     m_ClientConnection = CreateConnection(DBUS_BUS_SYSTEM);
-    m_ServerConnection = server.release();
     m_BusName += std::to_string(getpid());
     m_ObjectPath += std::to_string(getpid());
-    if (!dbus_connection_add_filter(m_ServerConnection, &TOstelDBus::Filter, this, nullptr)) {
-        m_Connected = true;
+    TBusError error;
+    const bool filtered =
+        dbus_connection_add_filter(server.get(), &TOstelDBus::Filter, this, nullptr);
+    if (filtered) {
+        const std::string rule = "interface='" + m_InterfaceName + "'";
+        dbus_bus_add_match(server.get(), rule.c_str(), error());
+    }
+    // Other threads use the connections from here on, so it comes after what sets them up.
+    m_ServerConnection = server.release();
+    m_Connected = true;
+    if (!filtered) {
         Fail("Can't add ServerConnection filter.");
     }
-    TBusError error;
-    const std::string rule = "interface='" + m_InterfaceName + "'";
-    dbus_bus_add_match(m_ServerConnection, rule.c_str(), error());
-    // Other threads use the connections from here on, so it comes after what sets them up.
-    m_Connected = true;
     error.Check("dbus_bus_add_match");
 }
 
@@ -143,6 +169,7 @@ void TOstelDBus::Disconnect() {
     Close(m_ServerConnection.exchange(nullptr));
     Close(std::exchange(m_ClientConnection, nullptr));
     m_Connected = false;
+    m_Monitoring = false;
 }
 
 void TOstelDBus::Init(const std::string& name) {
@@ -151,7 +178,9 @@ void TOstelDBus::Init(const std::string& name) {
         ztLogging_log(ZT_LOG_LEVEL_WARNING, "The same ID (%s), do nothing.", name.c_str());
         return;
     }
-    const std::string previousName = m_Name;
+    // Before the old name is given up, which would leave the application without any.
+    ThrowUnlessAllowed(OstelBusText::IsBusName(BUS_NAME_PREFIX + name) &&
+                       OstelBusText::IsObjectPath(OBJECT_PATH_PREFIX + name));
     TOstelIpc::Init(name);
     const bool wasRunning = m_Running;
     if (wasRunning) {
@@ -160,10 +189,10 @@ void TOstelDBus::Init(const std::string& name) {
     try {
         TakeName(name);
     } catch (...) {
-        // Without the new name, or a further attempt would pass for the same ID.
-        TOstelIpc::Init(previousName);
+        // No name is owned now, and a further attempt must not pass for the same ID.
+        TOstelIpc::Init("");
         if (wasRunning) {
-            Run();
+            StartWorkers();
         }
         throw;
     }
@@ -187,21 +216,19 @@ void TOstelDBus::TakeName(const std::string& name) {
     }
 }
 
+// A monitor owns no names, and the bus ends its connection when it sends anything.
+bool TOstelDBus::MayOwnNames() const {
+    return m_Connected && !m_Monitoring;
+}
+
 void TOstelDBus::RegisterBusName() {
-    if (!m_Connected) {
+    if (!MayOwnNames()) {
         return;
     }
+    ThrowUnlessAllowed(OstelBusText::IsBusName(m_BusName));
     TBusError error;
-    int result = 0;
-    if (OstelBusText::IsBusName(m_BusName)) {
-        result = dbus_bus_request_name(m_ServerConnection, m_BusName.c_str(), NAME_FLAGS, error());
-    } else {
-        dbus_set_error(
-            error(), DBUS_ERROR_INVALID_ARGS, "'%s' is not a bus name",
-            OstelBusText::HasNul(m_BusName) || !dbus_validate_utf8(m_BusName.c_str(), nullptr)
-                ? "?"
-                : m_BusName.c_str());
-    }
+    const int result =
+        dbus_bus_request_name(m_ServerConnection, m_BusName.c_str(), NAME_FLAGS, error());
     error.Check("dbus_bus_request_name");
     if (result != DBUS_REQUEST_NAME_REPLY_PRIMARY_OWNER) {
         ztLogging_log(ZT_LOG_LEVEL_ERROR, "The '%s' name is already taken!", m_BusName.c_str());
@@ -211,7 +238,7 @@ void TOstelDBus::RegisterBusName() {
 void TOstelDBus::ReleaseBusName() {
     // A name that the bus does not allow was never owned, such as the one that ends in the process
     // id because the object connected before it was named.
-    if (!m_Connected || !OstelBusText::IsBusName(m_BusName)) {
+    if (!MayOwnNames() || !OstelBusText::IsBusName(m_BusName)) {
         return;
     }
     TBusError error;
@@ -221,6 +248,7 @@ void TOstelDBus::ReleaseBusName() {
     // the bus when one changes its name, and stays.
     const std::string clientName = m_BusName + CLIENT_NAME_SUFFIX;
     if (OstelBusText::IsBusName(clientName)) {
+        const auto held = m_ClientPump->Hold();
         dbus_bus_release_name(m_ClientConnection, clientName.c_str(), error());
         error.Check("dbus_bus_release_name");
     }
@@ -230,52 +258,61 @@ void TOstelDBus::Run() {
     if (m_Monitor) {
         BecomeMonitor();
     }
+    StartWorkers();
+}
+
+void TOstelDBus::StartWorkers() {
+    if (!m_Running) {
+        TOstelIpc::Stop();
+        m_WorkerWakeup->Reset();
+    }
     TOstelIpc::Run();
 }
 
 void TOstelDBus::Stop() {
-    if (!m_Running) {
-        return;
+    if (m_Running.exchange(false) && !SendStopCall()) {
+        m_WorkerWakeup->Wake();
     }
-    {
-        const std::lock_guard<std::mutex> lock(m_StopMutex);
-        m_Running = false;
-    }
-    m_Stopped.notify_all();
-    WakeWorkers();
     TOstelIpc::Stop();
 }
 
-// A worker sits in its receive call until something arrives: a call to the object's own name does.
-// Each call frees one worker; the others would sit out their timeouts one behind the other.
-void TOstelDBus::WakeWorkers() {
+// The call that wakes a worker is part of what other applications see on the bus when one stops,
+// and is dispatched as any other. False when it cannot come back to this object.
+bool TOstelDBus::SendStopCall() {
     if (!m_Connected) {
-        return;
+        return false;
     }
-    for (std::size_t i = 0; i < m_Workers.size(); ++i) {
-        DBusMessage* const message = NewMethodCall(m_Name, "Disconnected");
-        if (message == nullptr) {
-            return;
-        }
-        const TBusMessage call(message);
-        dbus_message_set_no_reply(call(), true);
-        dbus_connection_send(m_ClientConnection, call(), nullptr);
+    DBusMessage* const message = NewMethodCall(m_Name, "Disconnected");
+    if (message == nullptr) {
+        return false;
     }
-    dbus_connection_flush(m_ClientConnection);
+    const TBusMessage call(message);
+    dbus_message_set_no_reply(call(), true);
+    const auto held = m_ClientPump->Hold();
+    dbus_connection_send(m_ClientConnection, call(), nullptr);
+    m_ClientPump->Settle(m_ClientConnection);
+    return !m_Monitoring && !dbus_connection_has_messages_to_send(m_ClientConnection) &&
+           dbus_connection_get_is_connected(m_ClientConnection) &&
+           dbus_connection_get_is_connected(m_ServerConnection);
 }
 
+// Waiting is done before the bus library is called, since a worker that waits inside of it holds up
+// the replies of the others.
 void TOstelDBus::MainLoop() {
+    const std::shared_ptr<TBusWakeup> wakeup = m_WorkerWakeup;
     while (m_Running) {
         DBusConnection* const connection = m_ServerConnection;
-        if (connection != nullptr &&
-            dbus_connection_read_write_dispatch(connection, m_DispatchTimeoutMs)) {
-            continue;
+        // Input may have been read already, with the last message or by a thread that was writing.
+        if (connection == nullptr ||
+            dbus_connection_get_dispatch_status(connection) == DBUS_DISPATCH_COMPLETE) {
+            wakeup->WaitForInput(connection, m_DispatchTimeoutMs);
         }
-        // Without a bus the call above returns at once.
-        std::unique_lock<std::mutex> lock(m_StopMutex);
-        m_Stopped.wait_for(lock, std::chrono::milliseconds(m_DispatchTimeoutMs),
-                           [this] { return !m_Running; });
+        if (connection != nullptr) {
+            dbus_connection_read_write_dispatch(connection, 0);
+        }
     }
+    // What ended this wait may have woken no other worker.
+    wakeup->Wake();
 }
 
 void TOstelDBus::SendEvent(const std::string& eventName, const std::string& eventData) {
@@ -286,10 +323,18 @@ void TOstelDBus::SendEvent(const std::string& eventName, const std::string& even
               eventData.c_str());
     const TBusMessage signal(NewSignal(m_ObjectPath, eventName));
     AppendOrFail(signal(), eventData);
+    auto held = m_ClientPump->Hold();
     if (!dbus_connection_send(m_ClientConnection, signal(), nullptr)) {
         Fail("dbus_connection_send failed");
     }
-    dbus_connection_flush(m_ClientConnection);
+    m_ClientPump->Settle(m_ClientConnection);
+    m_ClientPump->RunUntil(
+        held, m_ClientConnection,
+        [this] {
+            return !dbus_connection_has_messages_to_send(m_ClientConnection) ||
+                   !dbus_connection_get_is_connected(m_ClientConnection);
+        },
+        TBusPump::NEVER);
     // Without a bus the event was taken all the same and went nowhere.
     if (!dbus_connection_get_is_connected(m_ClientConnection)) {
         Fail("dbus_connection_send failed");
@@ -328,16 +373,28 @@ int TOstelDBus::CallMethod(const std::string& methodName, const std::string& met
     }
     const TBusMessage request(NewMethodCall(serverId, methodName));
     AppendOrFail(request(), methodData);
+    const auto deadline = TBusPump::TClock::now() + std::chrono::milliseconds(timeoutMs);
+    auto held = m_ClientPump->Hold();
     DBusPendingCall* pending = nullptr;
     if (!dbus_connection_send_with_reply(m_ClientConnection, request(), &pending, timeoutMs) ||
         pending == nullptr) {
         Fail("dbus_connection_send_with_reply failed");
     }
     const std::unique_ptr<DBusPendingCall, TPendingCallUnref> call(pending);
-    dbus_connection_flush(m_ClientConnection);
+    m_ClientPump->Settle(m_ClientConnection);
+    const auto isOver = [this, pending] {
+        return dbus_pending_call_get_completed(pending) ||
+               !dbus_connection_get_is_connected(m_ClientConnection);
+    };
+    if (!m_ClientPump->RunUntil(held, m_ClientConnection, isOver, deadline)) {
+        dbus_pending_call_cancel(pending);
+        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", NO_REPLY);
+        return -1;
+    }
+    // Returns at once: the reply is there, or the connection is lost and the call fails.
     dbus_pending_call_block(pending);
     const TBusMessage answer(dbus_pending_call_steal_reply(pending));
-    DrainClientConnection();
+    held.unlock();
     return TakeReply(answer, reply);
 }
 
@@ -347,18 +404,7 @@ int TOstelDBus::TakeReply(const TBusMessage& message, std::string& reply) {
     if (type == DBUS_MESSAGE_TYPE_METHOD_RETURN) {
         GetMessageValue(message(), reply, &result);
     } else if (type == DBUS_MESSAGE_TYPE_ERROR) {
-        std::string text;
-        int ignored = -1;
-        GetMessageValue(message(), text, &ignored);
-        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", text.c_str());
+        LogErrorMessage(message());
     }
     return result;
-}
-
-// No worker dispatches the client connection, so answers that came too late and the bus's own
-// signals would stay in its queue for ever. Dispatching hands an answer that another thread waits
-// for to that thread's call.
-void TOstelDBus::DrainClientConnection() {
-    while (dbus_connection_dispatch(m_ClientConnection) == DBUS_DISPATCH_DATA_REMAINS) {
-    }
 }

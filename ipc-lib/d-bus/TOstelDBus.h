@@ -4,23 +4,27 @@
 #include <dbus/dbus.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 
 #include "OstelApi.h"
 #include "TOstelIpc.h"
 
+class TBusPump;
+class TBusWakeup;
+
 // TOstelIpc over the D-Bus system bus, on two private connections. The server connection owns the
 // application's bus name and is served by the worker threads; the client connection carries
 // outgoing calls and events, sent from the caller's thread.
 //
-// Calls of several threads share the client connection: while one waits for its reply, what the
-// others send may wait with it.
+// Any thread may call and send at any time; none is held up by what another waits for. Init,
+// Connect and Disconnect are for start-up and shut-down, not for when calls are in flight.
 //
-// Init, Connect and Disconnect are for start-up and shut-down, not for when calls are in flight.
-// Losing the bus does not end the process: calls and events fail from then on.
+// Names and texts that the bus does not allow are refused with a std::runtime_error, as are texts
+// of more than about 32 MiB. Losing the bus does not end the process: what waits for a reply then
+// fails at once, and so do all calls and events from then on.
 //
 // The order of the members is part of the binary interface.
 class OSTEL_API TOstelDBus : public TOstelIpc {
@@ -87,10 +91,12 @@ private:
     static DBusHandlerResult Filter(DBusConnection* connection, DBusMessage* message, void* self);
 
     void DispatchMethodCall(DBusMessage* call, const std::string& name, const std::string& data);
+    static void LogErrorMessage(DBusMessage* message);
     static int TakeReply(const TBusMessage& message, std::string& reply);
-    void DrainClientConnection();
-    void WakeWorkers();
+    bool SendStopCall();
+    void StartWorkers();
     void TakeName(const std::string& name);
+    bool MayOwnNames() const;
     void OpenConnections();
 
     std::atomic<DBusConnection*> m_ServerConnection;
@@ -102,8 +108,9 @@ private:
     std::int32_t m_DispatchTimeoutMs;
 
     std::mutex m_ConnectMutex;
-    std::mutex m_StopMutex;
-    std::condition_variable m_Stopped;
+    bool m_Monitoring;                           // the server connection is a monitor
+    std::shared_ptr<TBusWakeup> m_WorkerWakeup;  // each worker keeps it alive
+    std::unique_ptr<TBusPump> m_ClientPump;
 };
 
 #endif

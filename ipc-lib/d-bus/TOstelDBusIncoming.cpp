@@ -81,7 +81,7 @@ void TOstelDBus::MessageHandler(DBusMessage* message) {
     GetMessageValue(message, value, &result);
     switch (type) {
         case DBUS_MESSAGE_TYPE_ERROR:
-            ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", value.c_str());
+            LogErrorMessage(message);
             break;
         case DBUS_MESSAGE_TYPE_SIGNAL:
             OnEvent(name, value);
@@ -92,6 +92,14 @@ void TOstelDBus::MessageHandler(DBusMessage* message) {
         default:
             break;
     }
+}
+
+void TOstelDBus::LogErrorMessage(DBusMessage* message) {
+    const char* text = nullptr;
+    if (!dbus_message_get_args(message, nullptr, DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID)) {
+        text = "";
+    }
+    ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", text);
 }
 
 void TOstelDBus::DispatchMethodCall(DBusMessage* call, const std::string& name,
@@ -171,15 +179,21 @@ void TOstelDBus::Reply(DBusMessage* call, const std::string& reply, int result) 
         !dbus_message_iter_append_basic(&arguments, DBUS_TYPE_INT32, &code)) {
         return;
     }
-    if (!dbus_connection_send(m_ServerConnection, answer(), nullptr)) {
+    const bool sent = dbus_connection_send(m_ServerConnection, answer(), nullptr);
+    dbus_connection_flush(m_ServerConnection);
+    // On a lost connection the bus library takes a message and never sends it.
+    if (!sent || !dbus_connection_get_is_connected(m_ServerConnection)) {
         throw std::runtime_error("dbus_connection_send failed");
     }
-    dbus_connection_flush(m_ServerConnection);
 }
 
 void TOstelDBus::BecomeMonitor() {
     if (!m_Connected) {
         ztLogging_log(ZT_LOG_LEVEL_ERROR, "Not connected!");
+        return;
+    }
+    // A monitor stays one until it is disconnected, and may not ask again.
+    if (m_Monitoring) {
         return;
     }
     const TBusMessage request(dbus_message_new_method_call(
@@ -190,5 +204,6 @@ void TOstelDBus::BecomeMonitor() {
         m_ServerConnection, request(), DBUS_TIMEOUT_USE_DEFAULT, error());
     error.Check("dbus_connection_send_with_reply_and_block");
     const TBusMessage owned(answer);
+    m_Monitoring = true;
     m_DispatchTimeoutMs = MONITOR_DISPATCH_TIMEOUT_MS;
 }

@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,16 @@
 #include "RecordingLog.h"
 #include "TOstelDBus.h"
 #include "WaitUntil.h"
+
+template <typename Call>
+std::string RuntimeErrorOf(Call call) {
+    try {
+        call();
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+    return "nothing was thrown";
+}
 
 // The transport with what it keeps to itself in reach.
 class TOpenDBus : public TOstelDBus {
@@ -33,6 +44,7 @@ public:
 
     bool IsRunning() const { return m_Running; }
     const std::string& Name() const { return m_Name; }
+    std::size_t Workers() const { return m_Workers.size(); }
 };
 
 class TEventLog : public IOstelIpcEventListener {

@@ -8,16 +8,6 @@ namespace {
 
 using testing::HasSubstr;
 
-template <typename Call>
-std::string RuntimeErrorOf(Call call) {
-    try {
-        call();
-    } catch (const std::runtime_error& error) {
-        return error.what();
-    }
-    return "nothing was thrown";
-}
-
 class DBusCalls : public DBus {
 protected:
     DBusCalls() : m_Peer("SERVER") {
@@ -165,6 +155,35 @@ TEST_F(DBusCalls, AnErrorReplyIsLoggedAndGivesMinusOne) {
     EXPECT_EQ(RecordingLog::Count(2, "the error's text"), 1);
 }
 
+TEST_F(DBusCalls, AnErrorReplyWithoutATextIsOneEmptyLine) {
+    m_Peer.Answer("M",
+                  [](DBusMessage* call) { return dbus_message_new_error(call, "a.b.C", nullptr); });
+    EXPECT_EQ(m_Ipc.CallMethod("M", "", m_Reply), -1);
+    EXPECT_EQ(m_Reply, "as it was");
+    EXPECT_EQ(RecordingLog::Count(2, ""), 1);
+    EXPECT_TRUE(RecordingLog::Texts(3).empty());
+}
+
+TEST_F(DBusCalls, AndEventsLookRightToAnotherProgram) {
+    ChildProcess monitor({"dbus-monitor", "--system", "path_namespace='/com/Kaven/Ostel'"});
+    ASSERT_TRUE(monitor.WaitForOutput("NameLost"));
+    m_Peer.Answer("M", "the reply", 5);
+    m_Ipc.CallMethod("M", "the request", m_Reply);
+    m_Ipc.SendEvent("EVENT", "the data");
+    ASSERT_TRUE(monitor.WaitForOutput("the data")) << monitor.Output();
+    EXPECT_THAT(
+        monitor.Output(),
+        testing::AllOf(
+            testing::ContainsRegex("method call .* destination=com\\.Kaven\\.Ostel\\.SERVER "
+                                   "serial=[0-9]+ path=/com/Kaven/Ostel/SERVER; "
+                                   "interface=com\\.Kaven\\.Ostel\\.Ostel; member=M\n"
+                                   "   string \"the request\""),
+            testing::ContainsRegex("signal .* destination=\\(null destination\\) "
+                                   "serial=[0-9]+ path=/com/Kaven/Ostel/CALLER; "
+                                   "interface=com\\.Kaven\\.Ostel\\.Ostel; "
+                                   "member=EVENT\n   string \"the data\"")));
+}
+
 TEST_F(DBusCalls, WithTextsThatTheBusDoesNotAllowThrow) {
     for (const std::string& text : {std::string("\xFF"), std::string("a\0b", 3)}) {
         EXPECT_EQ(RuntimeErrorOf([&] { m_Ipc.CallMethod("M", text, m_Reply); }),
@@ -175,11 +194,17 @@ TEST_F(DBusCalls, WithTextsThatTheBusDoesNotAllowThrow) {
     EXPECT_EQ(RecordingLog::Count(2, "dbus_message_iter_append_basic failed"), 4);
 }
 
-TEST_F(DBusCalls, WithATextThatNoMessageCarriesThrow) {
-    const std::string huge(200 * 1024 * 1024, 'x');
-    EXPECT_EQ(RuntimeErrorOf([&] { m_Ipc.CallMethod("M", huge, m_Reply); }),
-              "dbus_message_iter_append_basic failed");
+// The bus would end the connection of whoever sends more.
+TEST_F(DBusCalls, CarryTextsUpToWhatABusTakesAndThrowAboveIt) {
     m_Peer.Answer("M", "r", 0);
+    std::string text(32 * 1024 * 1024 - 8192, 'x');
+    EXPECT_EQ(m_Ipc.CallMethod("M", text, m_Reply), 0);
+    EXPECT_EQ(m_Peer.Received().back().text.size(), text.size());
+    text += 'x';
+    EXPECT_EQ(RuntimeErrorOf([&] { m_Ipc.CallMethod("M", text, m_Reply); }),
+              "dbus_message_iter_append_basic failed");
+    EXPECT_EQ(RuntimeErrorOf([&] { m_Ipc.SendEvent("E", text); }),
+              "dbus_message_iter_append_basic failed");
     EXPECT_EQ(m_Ipc.CallMethod("M", "", m_Reply), 0);
 }
 
@@ -261,8 +286,12 @@ TEST_F(DBusCalls, FailAtOnceWhenTheBusGoesAway) {
             }
         });
     }
-    // They share a connection, so the others stand behind the first.
-    EXPECT_TRUE(m_Peer.WaitForMember("NEVER"));
+    EXPECT_TRUE(WaitUntil([&] {
+        const auto received = m_Peer.Received();
+        return std::count_if(
+                   received.begin(), received.end(),
+                   [](const RawPeer::TMessage& message) { return message.member == "NEVER"; }) == 8;
+    }));
     const auto start = std::chrono::steady_clock::now();
     m_Bus.Kill();
     for (std::thread& thread : threads) {

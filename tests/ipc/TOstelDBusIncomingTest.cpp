@@ -306,6 +306,16 @@ TEST_F(DBusMonitor, AsksTheBusWithItsTwoRules) {
         << monitor.Output();
 }
 
+TEST_F(DBusMonitor, RunsAgainAndMayBeRenamed) {
+    Start();
+    m_Monitor->Stop();
+    m_Monitor->Run();
+    m_Monitor->Init("RENAMED");
+    const RawPeer application("OSTEL_MVA");
+    EXPECT_TRUE(m_Events.WaitFor("APP_CONNECTED=OSTEL_MVA"));
+    EXPECT_TRUE(RecordingLog::Texts(2).empty());
+}
+
 TEST_F(DBusMonitor, StopsWithinItsShorterTimeout) {
     Start();
     const auto start = std::chrono::steady_clock::now();

@@ -18,15 +18,22 @@ std::string Text(const char* text) {
     return text != nullptr ? text : "";
 }
 
+DBusConnection* Connect() {
+    DBusError error;
+    dbus_error_init(&error);
+    DBusConnection* const connection = dbus_bus_get_private(DBUS_BUS_SYSTEM, &error);
+    ThrowIfSet(error);
+    dbus_connection_set_exit_on_disconnect(connection, false);
+    return connection;
+}
+
 }  // namespace
 
 RawPeer::RawPeer(const std::string& id) {
     dbus_threads_init_default();
+    m_Connection = Connect();
     DBusError error;
     dbus_error_init(&error);
-    m_Connection = dbus_bus_get_private(DBUS_BUS_SYSTEM, &error);
-    ThrowIfSet(error);
-    dbus_connection_set_exit_on_disconnect(m_Connection, false);
     dbus_connection_add_filter(m_Connection, &RawPeer::Filter, this, nullptr);
     dbus_bus_add_match(m_Connection, "interface='com.Kaven.Ostel.Ostel'", &error);
     ThrowIfSet(error);
@@ -62,20 +69,17 @@ void RawPeer::Send(DBusMessage* message) {
     dbus_message_unref(message);
 }
 
+// On a connection of its own: the peer's thread would compete for the reply.
 DBusMessage* RawPeer::Call(DBusMessage* message, int timeoutMs) {
-    DBusPendingCall* pending = nullptr;
-    dbus_connection_send_with_reply(m_Connection, message, &pending, timeoutMs);
+    DBusConnection* const connection = Connect();
+    DBusError error;
+    dbus_error_init(&error);
+    DBusMessage* const reply =
+        dbus_connection_send_with_reply_and_block(connection, message, timeoutMs, &error);
+    dbus_error_free(&error);
     dbus_message_unref(message);
-    if (pending == nullptr) {
-        return nullptr;
-    }
-    dbus_pending_call_block(pending);
-    DBusMessage* const reply = dbus_pending_call_steal_reply(pending);
-    dbus_pending_call_unref(pending);
-    if (reply != nullptr && dbus_message_get_type(reply) == DBUS_MESSAGE_TYPE_ERROR) {
-        dbus_message_unref(reply);
-        return nullptr;
-    }
+    dbus_connection_close(connection);
+    dbus_connection_unref(connection);
     return reply;
 }
 

@@ -39,7 +39,7 @@ public:
     void Answer(const std::string& member, const std::string& reply, int result);
 
     void Send(DBusMessage* message);
-    // The reply, or null after the timeout.
+    // The reply, or null after the timeout or when it is an error.
     DBusMessage* Call(DBusMessage* message, int timeoutMs);
 
     // Leaves the bus at once, as in a crash. An answer may do so, too.
