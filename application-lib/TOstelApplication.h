@@ -110,6 +110,54 @@ public:
                                               const std::string& serialNumber);
     void OnRemoteDataModelChange(const std::string& eventName, const std::string& eventData);
 
+    // Requests to another unit, by its IP address: one connection each, on the calling thread, with
+    // no time-out of its own for a peer that says nothing. They return RC_SUCCESS or RC_FAILURE and
+    // nothing else, log each failure, and may come from several threads once EnableSecureRemote has
+    // been called. An IPv6 address is understood, but cannot be connected to.
+    //
+    // They are encrypted, and the peer's certificate is verified, when this unit's certificates are
+    // in place. Otherwise they go out all the same:
+    //   - in PLAIN TEXT when certificate or key cannot be loaded; each request then logs "Failed to
+    //     init SSL" behind "Unable to load Cert", "Unable to load Key" or "Private key does not
+    //     match the certificate public key";
+    //   - encrypted, but to ANYBODY, when only the root cannot be loaded; the log says so once,
+    //   with
+    //     "Client: SSL Failed to load certs. Error 0".
+    // To rule both out, call EnableSecureRemote first and go no further when it returns false.
+
+    // Where "ostel.cert.pem", "ostel.key.pem" and "ostelRoot.cert.pem" are; ends in "/". Looked at
+    // while there are no certificates in use yet.
+    void SetCertPath(const std::string& path);
+    // Loads PEM files, in place of those in use. Not while requests are under way.
+    bool EnableSecureRemote(const std::string& cert, const std::string& key,
+                            const std::string& root);
+
+    // Sends a document as it is. `reply` is the answer's, of at most 4096 bytes; `binary`, which
+    // may be null, takes the bytes that follow it, at most 1048575. False when there is no complete
+    // answer; what it holds does not matter here.
+    bool PerformRemoteRequest(const std::string& request, const std::string& host,
+                              std::string& reply, std::vector<char>* binary);
+
+    tOstelReturnCode CommitRemote(const std::string& host);
+    tOstelReturnCode GetParamRemote(const std::string& host, const std::string& name,
+                                    std::vector<TOstelAppParam>& params);
+    tOstelReturnCode SetParamRemote(const std::string& host, const std::string& name,
+                                    const std::string& value, bool commit);
+    tOstelReturnCode GetFileRemote(const std::string& host, const std::string& fileName,
+                                   std::vector<char>& data);
+    tOstelReturnCode SendEventRemote(const std::string& host, const std::string& name,
+                                     const std::string& data);
+
+    // Subscribes to the parameters named in `params`, which then holds the peer's current values.
+    // The observer is not owned. No observer of this object is told anything while this waits for
+    // the peer, so it must not be called from inside a notification.
+    tOstelReturnCode AddDataModelChangeObserverRemote(
+        const std::string& host, std::vector<TOstelAppParam>& params,
+        IOstelDataModelChangeObserverRemote* observer);
+    tOstelReturnCode RemoveDataModelChangeObserverRemote(
+        const std::string& host, const std::vector<std::string>& names,
+        IOstelDataModelChangeObserverRemote* observer);
+
 private:
     class TAppStateChangeHandler;
     class TRemoteDataModelChangeHandler;
@@ -119,6 +167,8 @@ private:
     tOstelReturnCode Call(const std::string& type, const TOstelJsonObject& request,
                           std::string& reply);
     tOstelReturnCode Call(const std::string& type, const TOstelJsonObject& request);
+    bool CallRemote(const std::string& host, const TOstelJsonObject& request,
+                    TOstelJsonObject& reply);
 
     bool m_Initialized;
     TOstelLogger* m_Logger;

@@ -42,7 +42,7 @@ std::string CertificateMaker::Expired(const std::string& name) {
 }
 
 std::string CertificateMaker::SelfSigned(const std::string& name) {
-    const std::string directory = Directory(name);
+    std::string directory = Directory(name);
     MakeSelfSigned(name, directory + "ostel.key.pem", directory + "ostel.cert.pem");
     return directory;
 }
@@ -53,15 +53,31 @@ std::string CertificateMaker::Foreign(const std::string& name) {
 }
 
 std::string CertificateMaker::WrongKey(const std::string& name) {
-    const std::string directory = Unit(name);
+    std::string directory = Unit(name);
     const std::string other = Unit(name + "-other");
     std::filesystem::copy_file(other + "ostel.key.pem", directory + "ostel.key.pem",
                                std::filesystem::copy_options::overwrite_existing);
     return directory;
 }
 
+std::string CertificateMaker::WrongKindOfKey(const std::string& name) {
+    std::string directory = Unit(name);
+    OpenSsl({"genpkey", "-algorithm", "ed25519", "-out", directory + "ostel.key.pem"});
+    return directory;
+}
+
+std::string CertificateMaker::KeyWithPassPhrase(const std::string& name,
+                                                const std::string& passPhrase) {
+    std::string directory = Unit(name);
+    const std::string plain = m_Dir.File(name + ".plain");
+    std::filesystem::rename(directory + "ostel.key.pem", plain);
+    OpenSsl({"pkey", "-in", plain, "-aes128", "-passout", "pass:" + passPhrase, "-out",
+             directory + "ostel.key.pem"});
+    return directory;
+}
+
 std::string CertificateMaker::Directory(const std::string& name) {
-    const std::string directory = m_Dir.File(name) + "/";
+    std::string directory = m_Dir.File(name) + "/";
     std::filesystem::create_directory(directory);
     std::filesystem::copy_file(m_Dir.File("root.cert"), directory + "ostelRoot.cert.pem");
     return directory;
@@ -73,7 +89,7 @@ void CertificateMaker::MakeRoot(const std::string& stem) const {
 
 std::string CertificateMaker::Issue(const std::string& name, const std::string& root,
                                     const std::string& days) {
-    const std::string directory = Directory(name);
+    std::string directory = Directory(name);
     const std::string request = m_Dir.File(name + ".csr");
     auto arguments = NewRequest(name, directory + "ostel.key.pem");
     arguments.insert(arguments.end(), {"-out", request});

@@ -18,6 +18,9 @@ public:
     std::string Foreign(const std::string& name);
     // Its key belongs to another certificate.
     std::string WrongKey(const std::string& name);
+    // Its key is of another kind altogether.
+    std::string WrongKindOfKey(const std::string& name);
+    std::string KeyWithPassPhrase(const std::string& name, const std::string& passPhrase);
 
 private:
     std::string Directory(const std::string& name);
