@@ -91,11 +91,12 @@ protected:
     // Whether the caller is inside one of this object's callbacks.
     bool IsServedByThisThread() const;
 
+    // Settings are atomic since an application may configure while workers and calls read them.
     std::atomic<bool> m_Running;
-    bool m_Monitor;
+    std::atomic<bool> m_Monitor;
     std::string m_Name;
-    std::int32_t m_TimeoutMs;
-    std::int32_t m_Threads;
+    std::atomic<std::int32_t> m_TimeoutMs;
+    std::atomic<std::int32_t> m_Threads;
     std::list<std::thread> m_Workers;
     std::recursive_mutex m_ListenerMutex;
     std::unordered_map<std::string, std::set<IOstelIpcEventListener*>> m_Listeners;

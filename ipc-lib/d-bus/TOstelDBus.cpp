@@ -356,7 +356,7 @@ int TOstelDBus::CallMethod(const std::string& methodName, const std::string& met
 int TOstelDBus::CallMethod(const std::string& methodName, const std::string& methodData,
                            std::string& reply, TMethodSettings& settings) {
     const int timeoutMs = settings.timeout == TMethodSettings::DEFAULT_TIMEOUT
-                              ? m_TimeoutMs
+                              ? m_TimeoutMs.load()
                               : ToMilliseconds(settings.timeout);
     OSTEL_LOG(ZT_LOG_LEVEL_DEBUG, "%s", methodName.c_str());
     std::string serverId = settings.serverId;
