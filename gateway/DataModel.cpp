@@ -1,160 +1,398 @@
 #include "DataModel.h"
 
 #include <algorithm>
-#include <string_view>
+#include <stdexcept>
+
+#include "TreeReader.h"
 
 namespace {
 
-// Takes the next element off a path; what a trailing point leaves behind is the empty element.
-std::string_view NextElement(std::string_view& path, bool& more) {
-    const std::size_t point = path.find('.');
-    const std::string_view element = path.substr(0, point);
-    more = point != std::string_view::npos;
-    path.remove_prefix(more ? point + 1 : path.size());
-    return element;
-}
-
-bool IsNumber(std::string_view element) {
-    return !element.empty() && element[0] != '0' &&
-           std::all_of(element.begin(), element.end(), [](char c) { return c >= '0' && c <= '9'; });
-}
-
-int CompareElements(std::string_view left, std::string_view right) {
-    if (left.empty() || right.empty()) {
-        return static_cast<int>(right.empty()) - static_cast<int>(left.empty());
+// What is kept in a map by path and stands below an object.
+template <typename TContainer, typename TKeyOf>
+void EraseBelow(TContainer& container, const std::string& path, TKeyOf keyOf) {
+    auto next = container.lower_bound(path);
+    while (next != container.end() && keyOf(*next).compare(0, path.size(), path) == 0) {
+        next = container.erase(next);
     }
-    const bool leftIsNumber = IsNumber(left);
-    if (leftIsNumber != IsNumber(right)) {
-        return leftIsNumber ? -1 : 1;
-    }
-    if (leftIsNumber && left.size() != right.size()) {
-        return left.size() < right.size() ? -1 : 1;
-    }
-    return left.compare(right);
-}
-
-// Does a pattern, in which "*" stands for any one element, match the path? A pattern that ends in a
-// point matches what stands below it.
-bool MatchesPattern(std::string_view path, std::string_view pattern) {
-    bool morePath = true;
-    bool morePattern = true;
-    while (morePattern) {
-        const std::string_view wanted = NextElement(pattern, morePattern);
-        if (!morePattern && wanted.empty()) {
-            return morePath;
-        }
-        if (!morePath) {
-            return false;
-        }
-        const std::string_view element = NextElement(path, morePath);
-        if (wanted == "*" ? element.empty() : wanted != element) {
-            return false;
-        }
-    }
-    return !morePath;
-}
-
-bool IsPartialPath(const std::string& name) {
-    return !name.empty() && name.back() == '.';
 }
 
 }  // namespace
 
-bool TPathLess::operator()(const std::string& left, const std::string& right) const {
-    std::string_view leftPath = left;
-    std::string_view rightPath = right;
-    bool moreLeft = true;
-    bool moreRight = true;
-    while (moreLeft && moreRight) {
-        const int order =
-            CompareElements(NextElement(leftPath, moreLeft), NextElement(rightPath, moreRight));
-        if (order != 0) {
-            return order < 0;
-        }
+TDataModel::TDataModel(TSchema schema, std::size_t fill)
+    : m_Schema(std::move(schema)), m_Root(std::make_unique<TInstances>()) {
+    TObject& root = m_Root->objects.emplace(0, TObject::Make(m_Schema.Root())).first->second;
+    // An outer instance is planted before what stands inside of it.
+    std::vector<TSchema::TSeed> seeds = std::move(m_Schema.Seeds());
+    std::stable_sort(seeds.begin(), seeds.end(), [](const auto& left, const auto& right) {
+        return TPathLess()(left.path, right.path);
+    });
+    for (const TSchema::TSeed& seed : seeds) {
+        Plant(seed);
     }
-    return !moreLeft && moreRight;
+    root.Fill(m_Schema.Root(), fill);
+    root.CountEntries(m_Schema.Root());
 }
 
-const TParamDefinition& TDataModel::Define(TParamDefinition definition) {
-    return m_Definitions.emplace_back(std::move(definition));
+// A seed is an instance of a table, or an object inside of an instance that is there already.
+TDataModel::TNode TDataModel::Place(const std::string& path) {
+    const auto number = ToInstanceNumber(LastElement(path));
+    if (!number) {
+        return Find(path, TView::COMMITTED);
+    }
+    TNode node = Find(ParentPath(path), TView::COMMITTED);
+    if (!node.IsTable()) {
+        return {};
+    }
+    node.object = &node.instances->Make(*node.definition, *number);
+    return node;
 }
 
-bool TDataModel::AddParameter(const std::string& name, const TParamDefinition& definition,
-                              const std::string& value) {
-    return m_Parameters.try_emplace(name, TParameter{&definition, value}).second;
+void TDataModel::Plant(const TSchema::TSeed& seed) {
+    const TNode node = Place(seed.path);
+    if (node.object == nullptr) {
+        throw std::runtime_error(seed.place + ": there is no place for the instance " + seed.path);
+    }
+    for (const auto& [name, value] : seed.values) {
+        const std::size_t index = node.definition->Parameter(name);
+        if (index == TObjectDefinition::NOT_THERE) {
+            throw std::runtime_error(seed.place + ": " + seed.path + name +
+                                     " has a value but no definition");
+        }
+        const TParamType& type = node.definition->parameters[index].type;
+        if (!type.Allows(value)) {
+            throw std::runtime_error(seed.place + ": " + seed.path + name + " cannot be \"" +
+                                     value + "\"");
+        }
+        node.object->values[index] = type.Canonical(value);
+    }
 }
 
-void TDataModel::AddSchemaPath(const std::string& path) {
-    m_SchemaPaths.insert(path);
-}
-
-bool TDataModel::Restore(const std::string& name, const std::string& value) {
-    const auto found = m_Parameters.find(name);
-    if (found == m_Parameters.end() || !found->second.definition->type.Allows(value)) {
+bool TDataModel::RestoreInstance(const std::string& path, bool present) {
+    const std::string tablePath = ParentPath(path);
+    const TNode table = Find(tablePath, TView::COMMITTED);
+    const auto number = ToInstanceNumber(LastElement(path));
+    if (!table.IsTable() || !number) {
         return false;
     }
-    found->second.value = value;
+    if (present) {
+        table.instances->Make(*table.definition, *number);
+    } else {
+        table.instances->objects.erase(*number);
+        table.instances->last = std::max(table.instances->last, *number);
+    }
+    TChanged changed;
+    UpdateEntries(tablePath, changed);
     return true;
 }
 
-bool TDataModel::IsKnown(const std::string& name) const {
-    return std::any_of(m_SchemaPaths.begin(), m_SchemaPaths.end(),
-                       [&](const std::string& path) { return MatchesPattern(path, name); });
+bool TDataModel::RestoreValue(const std::string& name, const std::string& value) {
+    const TPlace place = FindParameter(name, TView::COMMITTED);
+    if (!place || !place.Definition().type.Allows(value)) {
+        return false;
+    }
+    place.Value() = value;
+    return true;
+}
+
+std::size_t TDataModel::Size() const {
+    return m_Root->objects.at(0).CountParameters();
+}
+
+TDataModel::TNode TDataModel::Child(const TNode& parent, std::string_view name) {
+    const std::size_t child = parent.definition->Child(name);
+    if (child == TObjectDefinition::NOT_THERE) {
+        return {};
+    }
+    const TObjectDefinition& definition = *parent.definition->children[child];
+    TInstances& instances = parent.object->children[child];
+    return {&definition, definition.isTable ? nullptr : &instances.objects.at(0), &instances};
+}
+
+TDataModel::TNode TDataModel::Instance(const TNode& table, std::string_view element, TView view) {
+    const auto number = ToInstanceNumber(element);
+    auto& objects = table.instances->objects;
+    const auto found = number ? objects.find(*number) : objects.end();
+    if (found == objects.end() || !found->second.IsVisible(view)) {
+        return {};
+    }
+    return {table.definition, &found->second, table.instances};
+}
+
+TDataModel::TNode TDataModel::Find(const std::string& path, TView view) const {
+    const TPath parsed(path);
+    if (!parsed.isObject) {
+        return {};
+    }
+    TNode node{&m_Schema.Root(), &m_Root->objects.at(0), m_Root.get()};
+    for (const std::string_view element : parsed.elements) {
+        node = node.IsTable() ? Instance(node, element, view) : Child(node, element);
+        if (!node) {
+            return {};
+        }
+    }
+    return node;
+}
+
+TDataModel::TPlace TDataModel::FindParameter(const std::string& name, TView view) const {
+    const std::size_t point = name.rfind('.');
+    if (point == std::string::npos) {
+        return {};
+    }
+    const TNode node = Find(name.substr(0, point + 1), view);
+    if (node.object == nullptr) {
+        return {};
+    }
+    const std::size_t index = node.definition->Parameter(std::string_view(name).substr(point + 1));
+    return index != TObjectDefinition::NOT_THERE ? TPlace{node.definition, node.object, index}
+                                                 : TPlace{};
 }
 
 tOstelReturnCode TDataModel::Get(const std::string& name, TValues& values) const {
-    const std::size_t star = name.find('*');
-    if (star == std::string::npos && !IsPartialPath(name)) {
-        const auto found = m_Parameters.find(name);
-        if (found == m_Parameters.end()) {
-            return RC_INVALID_PARAM_NAME;
-        }
-        values.emplace_back(found->first, found->second.value);
-        return RC_SUCCESS;
-    }
-    // Only what stands below the objects named before the first "*" can match.
-    const std::string fixed =
-        star == std::string::npos ? name : name.substr(0, name.rfind('.', star) + 1);
-    bool any = false;
-    for (auto next = m_Parameters.lower_bound(fixed);
-         next != m_Parameters.end() && next->first.compare(0, fixed.size(), fixed) == 0; ++next) {
-        if (star == std::string::npos || MatchesPattern(next->first, name)) {
-            values.emplace_back(next->first, next->second.value);
-            any = true;
-        }
-    }
-    return any || IsKnown(name) ? RC_SUCCESS : RC_INVALID_PARAM_NAME;
+    const auto take = [&](const std::string& path, const std::string& value) {
+        values.emplace_back(path, value);
+    };
+    return TTreeReader(name, take, nullptr).Read(m_Schema.Root(), m_Root->objects.at(0));
 }
 
-tOstelReturnCode TDataModel::Set(const std::string& name, const std::string& value) {
-    const auto found = m_Parameters.find(name);
-    if (found == m_Parameters.end()) {
+tOstelReturnCode TDataModel::GetTree(const std::string& object,
+                                     std::vector<std::string>& names) const {
+    if (!Find(object, TView::COMMITTED)) {
         return RC_INVALID_PARAM_NAME;
     }
-    const TParamDefinition& definition = *found->second.definition;
-    if (!definition.writable) {
-        return RC_NOT_SUPPORTED;
+    const auto takeParameter = [&](const std::string& path, const std::string&) {
+        names.push_back(path);
+    };
+    const auto takeObject = [&](const std::string& path) { names.push_back(path); };
+    return TTreeReader(object, takeParameter, takeObject)
+        .Read(m_Schema.Root(), m_Root->objects.at(0));
+}
+
+tOstelReturnCode TDataModel::GetInstances(const std::string& table,
+                                          std::vector<unsigned int>& ids) const {
+    const TNode node = Find(table, TView::COMMITTED);
+    if (!node.IsTable()) {
+        return RC_INVALID_PARAM_NAME;
     }
-    if (!definition.type.Allows(value)) {
-        return RC_INVALID_PARAM_VALUE;
+    for (const auto& [number, object] : node.instances->objects) {
+        if (object.IsVisible(TView::COMMITTED)) {
+            ids.push_back(number);
+        }
     }
-    m_Staged[name] = definition.type.Canonical(value);
     return RC_SUCCESS;
 }
 
-TDataModel::TValues TDataModel::Changes() const {
-    TValues changes;
-    for (const auto& [name, value] : m_Staged) {
-        if (m_Parameters.find(name)->second.value != value) {
-            changes.emplace_back(name, value);
+TDataModel::TIndexMap TDataModel::GetIndexMap() const {
+    TIndexMap map;
+    const auto takeObject = [&](const std::string& path) {
+        const TNode table = Find(path, TView::COMMITTED);
+        if (!table.IsTable() || table.definition->indexMap.empty()) {
+            return;
+        }
+        auto& pairs = map.emplace_back(path, TIndexMap::value_type::second_type()).second;
+        for (const auto& [number, object] : table.instances->objects) {
+            if (object.IsVisible(TView::COMMITTED)) {
+                const auto mapped = table.definition->indexMap.find(number);
+                // What the platform did not number itself has its number from the application.
+                pairs.emplace_back(
+                    number, mapped != table.definition->indexMap.end() ? mapped->second : number);
+            }
+        }
+    };
+    TTreeReader("*.", nullptr, takeObject).Read(m_Schema.Root(), m_Root->objects.at(0));
+    return map;
+}
+
+tOstelReturnCode TDataModel::Check(const std::string& name, const std::string& value) const {
+    const TPlace place = FindParameter(name, TView::STAGED);
+    if (!place) {
+        return RC_INVALID_PARAM_NAME;
+    }
+    if (!place.Definition().writable) {
+        return RC_NOT_SUPPORTED;
+    }
+    return place.Definition().type.Allows(value) ? RC_SUCCESS : RC_INVALID_PARAM_VALUE;
+}
+
+tOstelReturnCode TDataModel::Set(const TValues& writes) {
+    for (const auto& [name, value] : writes) {
+        const tOstelReturnCode code = Check(name, value);
+        if (code != RC_SUCCESS) {
+            return code;
         }
     }
+    std::vector<std::pair<std::string, std::optional<std::string>>> before;
+    for (const auto& [name, value] : writes) {
+        const TPlace place = FindParameter(name, TView::STAGED);
+        const auto staged = m_Writes.find(name);
+        before.emplace_back(name, staged != m_Writes.end()
+                                      ? std::optional<std::string>(staged->second)
+                                      : std::nullopt);
+        m_Writes[name] = place.Definition().type.Canonical(value);
+    }
+    const bool unique = std::all_of(writes.begin(), writes.end(),
+                                    [&](const auto& write) { return KeysStayUnique(write.first); });
+    if (unique) {
+        return RC_SUCCESS;
+    }
+    for (auto old = before.rbegin(); old != before.rend(); ++old) {
+        if (old->second) {
+            m_Writes[old->first] = *old->second;
+        } else {
+            m_Writes.erase(old->first);
+        }
+    }
+    return RC_INVALID_PARAM_VALUE;
+}
+
+std::vector<std::string> TDataModel::StagedKey(const std::string& path, const TNode& instance,
+                                               const std::vector<std::string>& key) const {
+    std::vector<std::string> values;
+    for (const std::string& name : key) {
+        const std::size_t index = instance.definition->Parameter(name);
+        const auto staged = m_Writes.find(path + name);
+        if (staged != m_Writes.end()) {
+            values.push_back(staged->second);
+        } else if (index != TObjectDefinition::NOT_THERE) {
+            values.push_back(instance.object->values[index]);
+        }
+    }
+    return values;
+}
+
+bool TDataModel::KeysStayUnique(const std::string& name) const {
+    const std::string path = ParentPath(name);
+    const TNode instance = Find(path, TView::STAGED);
+    if (!instance.IsInstance()) {
+        return true;
+    }
+    const std::string parameter = name.substr(path.size());
+    const std::string tablePath = ParentPath(path);
+    for (const auto& key : instance.definition->uniqueKeys) {
+        if (std::find(key.begin(), key.end(), parameter) == key.end()) {
+            continue;
+        }
+        const std::vector<std::string> own = StagedKey(path, instance, key);
+        // A key that nobody has filled in yet names no instance.
+        if (std::all_of(own.begin(), own.end(), [](const auto& value) { return value.empty(); })) {
+            continue;
+        }
+        for (auto& [number, object] : instance.instances->objects) {
+            if (&object == instance.object || !object.IsVisible(TView::STAGED)) {
+                continue;
+            }
+            const TNode other{instance.definition, &object, instance.instances};
+            if (StagedKey(tablePath + std::to_string(number) + ".", other, key) == own) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+tOstelReturnCode TDataModel::Add(const std::string& table, unsigned int& id) {
+    const TNode node = Find(table, TView::STAGED);
+    if (!node.IsTable()) {
+        return RC_INVALID_PARAM_NAME;
+    }
+    if (!node.definition->writable) {
+        return RC_NOT_SUPPORTED;
+    }
+    constexpr unsigned int highest = std::numeric_limits<int>::max();
+    if (node.instances->Count(TView::STAGED) >= node.definition->maxEntries ||
+        node.instances->last >= highest) {
+        return RC_BUFFER_OVERFLOW;
+    }
+    id = node.instances->last + 1;
+    node.instances->Make(*node.definition, id).added = true;
+    m_Added.insert(table + std::to_string(id) + ".");
+    return RC_SUCCESS;
+}
+
+tOstelReturnCode TDataModel::Delete(const std::string& instance) {
+    const TNode node = Find(instance, TView::STAGED);
+    if (!node.IsInstance()) {
+        return RC_INVALID_PARAM_NAME;
+    }
+    if (!node.definition->writable ||
+        node.instances->Count(TView::STAGED) <= node.definition->minEntries) {
+        return RC_NOT_SUPPORTED;
+    }
+    const auto self = [](const std::string& path) -> const std::string& { return path; };
+    const auto first = [](const auto& write) -> const std::string& { return write.first; };
+    EraseBelow(m_Writes, instance, first);
+    EraseBelow(m_Added, instance, self);
+    EraseBelow(m_Deleted, instance, self);
+    if (node.object->added) {
+        node.instances->objects.erase(*ToInstanceNumber(LastElement(instance)));
+    } else {
+        node.object->deleted = true;
+        m_Deleted.insert(instance);
+    }
+    return RC_SUCCESS;
+}
+
+TDataModel::TChanges TDataModel::Changes() const {
+    TChanges changes;
+    for (const auto& [name, value] : m_Writes) {
+        const TPlace place = FindParameter(name, TView::STAGED);
+        if (place && place.Value() != value) {
+            changes.writes.emplace_back(name, value);
+        }
+    }
+    changes.added.assign(m_Added.begin(), m_Added.end());
+    changes.deleted.assign(m_Deleted.begin(), m_Deleted.end());
     return changes;
 }
 
-void TDataModel::Commit() {
-    for (auto& [name, value] : m_Staged) {
-        m_Parameters.find(name)->second.value = std::move(value);
+TDataModel::TValues TDataModel::Commit() {
+    const TChanges changes = Changes();
+    TChanged changed;
+    for (const auto& [name, value] : changes.writes) {
+        const TPlace place = FindParameter(name, TView::STAGED);
+        if (place) {
+            place.Value() = value;
+            changed[name] = value;
+        }
     }
-    m_Staged.clear();
+    std::set<std::string, TPathLess> tables;
+    for (const std::string& path : changes.deleted) {
+        tables.insert(ParentPath(path));
+        const TNode instance = Find(path, TView::COMMITTED);
+        if (instance.IsInstance()) {
+            instance.instances->objects.erase(*ToInstanceNumber(LastElement(path)));
+        }
+    }
+    for (const std::string& path : changes.added) {
+        tables.insert(ParentPath(path));
+        const TNode instance = Find(path, TView::STAGED);
+        if (instance.IsInstance()) {
+            instance.object->added = false;
+        }
+    }
+    for (const std::string& table : tables) {
+        UpdateEntries(table, changed);
+    }
+    for (const std::string& path : changes.added) {
+        TValues values;
+        Get(path, values);
+        changed.insert(values.begin(), values.end());
+    }
+    m_Writes.clear();
+    m_Added.clear();
+    m_Deleted.clear();
+    return {changed.begin(), changed.end()};
+}
+
+void TDataModel::UpdateEntries(const std::string& tablePath, TChanged& changed) {
+    const TNode table = Find(tablePath, TView::COMMITTED);
+    if (!table.IsTable()) {
+        return;
+    }
+    const std::string name = ParentPath(tablePath) + table.definition->entries;
+    const TPlace entries = FindParameter(name, TView::COMMITTED);
+    const std::string count = std::to_string(table.instances->Count(TView::COMMITTED));
+    if (entries && entries.Value() != count) {
+        entries.Value() = count;
+        changed[name] = count;
+    }
 }

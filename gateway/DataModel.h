@@ -1,74 +1,118 @@
 #ifndef DATA_MODEL_H
 #define DATA_MODEL_H
 
-#include <deque>
+#include <functional>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
-#include "ParamType.h"
+#include "ObjectTree.h"
+#include "Path.h"
+#include "Schema.h"
 #include "tOstelTypes.h"
 
-// Orders names by their path elements, instance numbers by their value: the parameters of one
-// object stand together, and instance 2 before instance 10.
-struct TPathLess {
-    bool operator()(const std::string& left, const std::string& right) const;
-};
-
-// One parameter of an object, shared by all its instances.
-struct TParamDefinition {
-    std::string name;
-    TParamType type;
-    bool writable = false;
-    std::string defaultValue;
-};
-
-// The typed tree of parameters: committed values, and over them the writes that wait for a commit.
+// The typed tree of parameters: committed values and instances, and over them the writes, additions
+// and deletions that wait for a commit. Reads see what is committed, writes what is staged.
 // Not safe for concurrent use: the dispatcher holds a lock around it.
 class TDataModel {
 public:
     using TValues = std::vector<std::pair<std::string, std::string>>;
 
-    // Building. Definitions stay where they are for the model's life.
-    const TParamDefinition& Define(TParamDefinition definition);
-    // False when the name is there already.
-    bool AddParameter(const std::string& name, const TParamDefinition& definition,
-                      const std::string& value);
-    // A path of the model with "{i}" for instance numbers: of a parameter, or with a point at its
-    // end of an object.
-    void AddSchemaPath(const std::string& path);
-    // Puts a value in place that was committed earlier; false when there is no such parameter or
-    // its type does not allow the value any more.
-    bool Restore(const std::string& name, const std::string& value);
+    // What a commit changes. The values of an added instance are its defaults and the writes to it.
+    struct TChanges {
+        TValues writes;
+        std::vector<std::string> added;  // instance paths, outer before inner
+        std::vector<std::string> deleted;
 
-    std::size_t Size() const { return m_Parameters.size(); }
+        bool Empty() const { return writes.empty() && added.empty() && deleted.empty(); }
+    };
+
+    // For each table: its path, and for each instance its number and the platform's.
+    using TIndexMap =
+        std::vector<std::pair<std::string, std::vector<std::pair<unsigned int, unsigned int>>>>;
+
+    // The tree of this schema with its first instances, each table filled up to so many. Throws
+    // std::runtime_error for an instance that cannot be.
+    explicit TDataModel(TSchema schema, std::size_t fill = 0);
+
+    // Puts back what was committed earlier; false when the model has no place for it any more.
+    bool RestoreInstance(const std::string& path, bool present);
+    bool RestoreValue(const std::string& name, const std::string& value);
+
+    std::size_t Size() const;
 
     // Appends the committed values of a parameter, of everything below a partial path (which ends
     // in a point), or with "*" for path elements of all that match.
     tOstelReturnCode Get(const std::string& name, TValues& values) const;
 
-    // Stages a write.
-    tOstelReturnCode Set(const std::string& name, const std::string& value);
+    // Stages writes: all of them or, with a code, none.
+    tOstelReturnCode Set(const TValues& writes);
 
-    // The staged writes that change something, and their becoming committed.
-    TValues Changes() const;
-    void Commit();
+    // The committed instances of a table.
+    tOstelReturnCode GetInstances(const std::string& table, std::vector<unsigned int>& ids) const;
+
+    // The names of all parameters below an object, and of the objects with a point at their end.
+    tOstelReturnCode GetTree(const std::string& object, std::vector<std::string>& names) const;
+
+    TIndexMap GetIndexMap() const;
+
+    // Stage an instance's addition or deletion. A number is never given twice.
+    tOstelReturnCode Add(const std::string& table, unsigned int& id);
+    tOstelReturnCode Delete(const std::string& instance);
+
+    TChanges Changes() const;
+
+    // Makes what is staged the committed state. The parameters that changed or came, with their
+    // values, in the order of the tree.
+    TValues Commit();
 
 private:
-    struct TParameter {
-        const TParamDefinition* definition;
-        std::string value;
+    // Where a path leads to: an object, or a table when `object` is null.
+    struct TNode {
+        const TObjectDefinition* definition = nullptr;
+        TObject* object = nullptr;
+        TInstances* instances = nullptr;  // which the object is one of, or the table's own
+
+        explicit operator bool() const { return definition != nullptr; }
+        bool IsTable() const { return instances != nullptr && object == nullptr; }
+        bool IsInstance() const {
+            return instances != nullptr && object != nullptr && definition->isTable;
+        }
     };
-    using TParameters = std::map<std::string, TParameter, TPathLess>;
 
-    bool IsKnown(const std::string& name) const;
+    // A parameter of an object.
+    struct TPlace {
+        const TObjectDefinition* definition = nullptr;
+        TObject* object = nullptr;
+        std::size_t index = 0;
 
-    std::deque<TParamDefinition> m_Definitions;
-    TParameters m_Parameters;
-    std::set<std::string, TPathLess> m_SchemaPaths;
-    std::map<std::string, std::string, TPathLess> m_Staged;
+        explicit operator bool() const { return object != nullptr; }
+        const TParamDefinition& Definition() const { return definition->parameters[index]; }
+        std::string& Value() const { return object->values[index]; }
+    };
+
+    TNode Place(const std::string& path);
+    void Plant(const TSchema::TSeed& seed);
+    static TNode Child(const TNode& parent, std::string_view name);
+    static TNode Instance(const TNode& table, std::string_view element, TView view);
+    TNode Find(const std::string& path, TView view) const;
+    TPlace FindParameter(const std::string& name, TView view) const;
+    tOstelReturnCode Check(const std::string& name, const std::string& value) const;
+    bool KeysStayUnique(const std::string& name) const;
+    std::vector<std::string> StagedKey(const std::string& path, const TNode& instance,
+                                       const std::vector<std::string>& key) const;
+    using TChanged = std::map<std::string, std::string, TPathLess>;
+    void UpdateEntries(const std::string& tablePath, TChanged& changed);
+
+    TSchema m_Schema;
+    std::unique_ptr<TInstances> m_Root;  // the nameless object that holds "Device."
+    std::map<std::string, std::string, TPathLess> m_Writes;
+    std::set<std::string, TPathLess> m_Added;
+    std::set<std::string, TPathLess> m_Deleted;
 };
 
 #endif

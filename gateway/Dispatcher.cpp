@@ -13,28 +13,8 @@ constexpr int PLATFORM_SUCCESS = 0;
 constexpr int PLATFORM_FAILURE = 1;
 constexpr int PLATFORM_INVALID_ARGUMENT = 3;
 
-bool HasText(const TOstelJsonObject& request, const std::string& name) {
-    return request.GetPropertyType(name) == TOstelJsonObject::JSON_TYPE_STRING;
-}
-
-bool HasBool(const TOstelJsonObject& request, const std::string& name) {
-    return request.GetPropertyType(name) == TOstelJsonObject::JSON_TYPE_BOOLEAN;
-}
-
-std::string Text(const TOstelJsonObject& request, const std::string& name) {
-    return request.GetPropertyValue<std::string>(name, "");
-}
-
-void PutParams(TOstelJsonObject& reply, const TDataModel::TValues& values) {
-    void* array = reply.NewJsonArray();
-    for (const auto& [name, value] : values) {
-        TOstelJsonObject param;
-        param.SetPropertyValue("NAME", name);
-        param.SetPropertyValue("VALUE", value);
-        reply.AppendJsonArray(&array, param.ToJson(param));
-    }
-    reply.SetJsonObject("PARAMS", array);
-}
+// What does not fit into a message of the bus would be lost on its way.
+constexpr std::size_t LARGEST_REPLY = 32 * 1024 * 1024 - 8192;
 
 }  // namespace
 
@@ -45,6 +25,17 @@ const std::map<std::string, TDispatcher::TRequest>& TDispatcher::Requests() {
     static const std::map<std::string, TRequest> requests = {
         {"GET_PARAM", &TDispatcher::GetParam},
         {"SET_PARAM", &TDispatcher::SetParam},
+        {"GET_PARAM_ARRAY", &TDispatcher::GetParamArray},
+        {"SET_PARAM_ARRAY", &TDispatcher::SetParamArray},
+        {"GET_LONG_PARAM", &TDispatcher::GetLongParam},
+        {"SET_LONG_PARAM", &TDispatcher::SetParam},
+        {"GET_OBJECT", &TDispatcher::GetObject},
+        {"SET_OBJECT", &TDispatcher::SetObject},
+        {"GET_OBJECT_INSTANCES", &TDispatcher::GetObjectInstances},
+        {"GET_OBJECT_TREE", &TDispatcher::GetObjectTree},
+        {"ADD_OBJECT_INSTANCE", &TDispatcher::AddObjectInstance},
+        {"DELETE_OBJECT_INSTANCE", &TDispatcher::DeleteObjectInstance},
+        {"GET_INDEX_MAP", &TDispatcher::GetIndexMap},
         {"COMMIT", &TDispatcher::Commit},
     };
     return requests;
@@ -70,28 +61,12 @@ int TDispatcher::OnMethodCall(const std::string& type, const std::string& reques
         code = (this->*found->second)(requestDocument, replyDocument);
     }
     reply = replyDocument.EncodeToString(-1);
+    if (reply.size() > LARGEST_REPLY) {
+        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s: there is no room for the answer", type.c_str());
+        reply = "{}";
+        code = RC_BUFFER_OVERFLOW;
+    }
     return code;
-}
-
-tOstelReturnCode TDispatcher::GetParam(const TOstelJsonObject& request, TOstelJsonObject& reply) {
-    if (!HasText(request, "NAME")) {
-        return RC_INVALID_ARGUMENT;
-    }
-    TDataModel::TValues values;
-    const tOstelReturnCode code = m_Model.Get(Text(request, "NAME"), values);
-    PutParams(reply, values);
-    return code;
-}
-
-tOstelReturnCode TDispatcher::SetParam(const TOstelJsonObject& request, TOstelJsonObject&) {
-    if (!HasText(request, "NAME") || !HasText(request, "VALUE") || !HasBool(request, "COMMIT")) {
-        return RC_INVALID_ARGUMENT;
-    }
-    const tOstelReturnCode code = m_Model.Set(Text(request, "NAME"), Text(request, "VALUE"));
-    if (code != RC_SUCCESS || !request.GetPropertyValue("COMMIT", false)) {
-        return code;
-    }
-    return CommitStaged() ? RC_SUCCESS : RC_FAILURE;
 }
 
 tOstelReturnCode TDispatcher::Commit(const TOstelJsonObject&, TOstelJsonObject&) {
@@ -99,14 +74,13 @@ tOstelReturnCode TDispatcher::Commit(const TOstelJsonObject&, TOstelJsonObject&)
 }
 
 bool TDispatcher::CommitStaged() {
-    const TDataModel::TValues changes = m_Model.Changes();
     try {
-        m_Store.Save(changes);
+        m_Store.Save(m_Model.Changes());
     } catch (const std::runtime_error& error) {
         ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", error.what());
         return false;
     }
-    m_Model.Commit();
+    const TDataModel::TValues changes = m_Model.Commit();
     const std::string& event =
         TOstelDataMapper::GetInstance()->MapEnumToString(EVENT_TYPE_PARAM_CHANGED);
     for (const auto& [name, value] : changes) {

@@ -5,6 +5,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "DataModel.h"
 #include "Store.h"
@@ -33,9 +34,28 @@ private:
 
     static const std::map<std::string, TRequest>& Requests();
 
+    // Parameters
     tOstelReturnCode GetParam(const TOstelJsonObject& request, TOstelJsonObject& reply);
     tOstelReturnCode SetParam(const TOstelJsonObject& request, TOstelJsonObject& reply);
+    tOstelReturnCode GetParamArray(const TOstelJsonObject& request, TOstelJsonObject& reply);
+    tOstelReturnCode SetParamArray(const TOstelJsonObject& request, TOstelJsonObject& reply);
+    tOstelReturnCode GetLongParam(const TOstelJsonObject& request, TOstelJsonObject& reply);
+
+    // Objects
+    tOstelReturnCode GetObject(const TOstelJsonObject& request, TOstelJsonObject& reply);
+    tOstelReturnCode SetObject(const TOstelJsonObject& request, TOstelJsonObject& reply);
+    tOstelReturnCode GetObjectInstances(const TOstelJsonObject& request, TOstelJsonObject& reply);
+    tOstelReturnCode GetObjectTree(const TOstelJsonObject& request, TOstelJsonObject& reply);
+    tOstelReturnCode AddObjectInstance(const TOstelJsonObject& request, TOstelJsonObject& reply);
+    tOstelReturnCode DeleteObjectInstance(const TOstelJsonObject& request, TOstelJsonObject& reply);
+    tOstelReturnCode GetIndexMap(const TOstelJsonObject& request, TOstelJsonObject& reply);
+
     tOstelReturnCode Commit(const TOstelJsonObject& request, TOstelJsonObject& reply);
+
+    // Appends all that the names stand for; stops at the first name that is wrong.
+    tOstelReturnCode Read(const std::vector<std::string>& names, TOstelJsonObject& reply);
+    // Stages all or nothing, and commits when asked to.
+    tOstelReturnCode Write(const TDataModel::TValues& writes, bool commit);
 
     // Applies all staged writes at once. False when they could not be stored; they stay staged.
     bool CommitStaged();

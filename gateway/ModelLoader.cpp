@@ -1,10 +1,13 @@
 #include "ModelLoader.h"
 
+#include <cctype>
+#include <fstream>
 #include <limits>
-#include <map>
+#include <set>
 #include <stdexcept>
 
 #include "TOstelJsonObject.h"
+#include "XmlModelLoader.h"
 
 namespace {
 
@@ -34,6 +37,14 @@ std::vector<TOstelJsonObject> Sequence(const TOstelJsonObject& object, const std
     }
     object.GetPropertySequence(name, elements);
     return elements;
+}
+
+std::vector<std::string> Texts(const TOstelJsonObject& object, const std::string& name) {
+    std::vector<std::string> texts;
+    for (unsigned int i = 0; i < object.GetJsonArraySize(name); ++i) {
+        texts.push_back(object.GetPropertyValue<std::string>(name, "", i));
+    }
+    return texts;
 }
 
 std::optional<double> Number(const TOstelJsonObject& object, const std::string& name,
@@ -68,6 +79,14 @@ bool IsWritable(const TOstelJsonObject& object, const std::string& place) {
     return access == "readWrite";
 }
 
+template <typename T>
+void AddLimits(std::vector<TParamType::TLimits<T>>& all, const std::optional<T>& minimum,
+               const std::optional<T>& maximum) {
+    if (minimum || maximum) {
+        all.push_back({minimum, maximum});
+    }
+}
+
 TParamType ReadType(const TOstelJsonObject& object, const std::string& place) {
     TParamType type;
     const std::optional<TBaseType> base = ToBaseType(Text(object, "type", place));
@@ -75,16 +94,12 @@ TParamType ReadType(const TOstelJsonObject& object, const std::string& place) {
         Fail(place, "unknown type \"" + Text(object, "type", place) + "\"");
     }
     type.base = *base;
-    type.minimum = Number(object, "minimum", place);
-    type.maximum = Number(object, "maximum", place);
-    type.minLength = Count(object, "minLength", place);
-    type.maxLength = Count(object, "maxLength", place);
-    for (unsigned int i = 0; i < object.GetJsonArraySize("enumeration"); ++i) {
-        type.enumeration.push_back(object.GetPropertyValue<std::string>("enumeration", "", i));
-    }
+    AddLimits(type.ranges, Number(object, "minimum", place), Number(object, "maximum", place));
+    AddLimits(type.sizes, Count(object, "minLength", place), Count(object, "maxLength", place));
+    type.enumeration = Texts(object, "enumeration");
     if (object.HasProperty("pattern")) {
         try {
-            type.pattern.emplace(Text(object, "pattern", place));
+            type.patterns.emplace_back(Text(object, "pattern", place));
         } catch (const std::regex_error& error) {
             Fail(place, std::string("\"pattern\" is not a regular expression: ") + error.what());
         }
@@ -105,92 +120,95 @@ TParamDefinition ReadParameter(const TOstelJsonObject& object, const std::string
     if (!definition.type.Allows(definition.defaultValue)) {
         Fail(parameter, "its type does not allow the default \"" + definition.defaultValue + "\"");
     }
+    definition.defaultValue = definition.type.Canonical(definition.defaultValue);
     return definition;
 }
 
-class TObjectLoader {
-public:
-    TObjectLoader(const TOstelJsonObject& object, const std::string& place, TDataModel& model)
-        : m_Model(model), m_Path(Text(object, "path", place)), m_Place(place + " " + m_Path) {
-        if (m_Path.empty() || m_Path.back() != '.') {
-            Fail(m_Place, "a path ends in a point");
-        }
-        m_Model.AddSchemaPath(m_Path);
-        for (const TOstelJsonObject& parameter : Sequence(object, "parameters", m_Place)) {
-            m_Definitions.push_back(&m_Model.Define(ReadParameter(parameter, m_Place)));
-            m_Model.AddSchemaPath(m_Path + m_Definitions.back()->name);
-        }
+// What only a table has.
+void ReadTable(const TOstelJsonObject& object, const std::string& place, TObjectDefinition& table) {
+    if (object.HasProperty("access")) {
+        table.writable = IsWritable(object, place);
     }
-
-    void Load(const TOstelJsonObject& object) {
-        if (m_Path.find(PLACEHOLDER) == std::string::npos) {
-            AddInstance(m_Path, TOstelJsonObject());
-            return;
-        }
-        for (const TOstelJsonObject& instance : Sequence(object, "instances", m_Place)) {
-            const std::string path = InstancePath(instance);
-            AddInstance(path, instance.GetObjectRef("values"));
-        }
+    if (object.HasProperty("entries")) {
+        table.entries = Text(object, "entries", place);
     }
-
-private:
-    std::string InstancePath(const TOstelJsonObject& instance) const {
-        std::vector<int> numbers;
-        for (unsigned int i = 0; i < instance.GetJsonArraySize("parent"); ++i) {
-            numbers.push_back(instance.GetPropertyValue("parent", 0, i));
-        }
-        numbers.push_back(instance.GetPropertyValue("id", 0));
-        std::string path = m_Path;
-        for (const int number : numbers) {
-            const std::size_t place = path.find(PLACEHOLDER);
-            if (number <= 0 || place == std::string::npos) {
-                Fail(m_Place, "an instance has no valid number");
-            }
-            path.replace(place, PLACEHOLDER.size(), std::to_string(number));
-        }
-        if (path.find(PLACEHOLDER) != std::string::npos) {
-            Fail(m_Place, "an instance lacks the numbers of its parents");
-        }
-        return path;
-    }
-
-    void AddInstance(const std::string& path, const TOstelJsonObject& values) {
-        for (const TParamDefinition* definition : m_Definitions) {
-            const std::string name = path + definition->name;
-            const auto value =
-                values.GetPropertyValue<std::string>(definition->name, definition->defaultValue);
-            if (!definition->type.Allows(value)) {
-                Fail(m_Place, name + " cannot be \"" + value + "\"");
-            }
-            if (!m_Model.AddParameter(name, *definition, definition->type.Canonical(value))) {
-                Fail(m_Place, name + " is there twice");
-            }
-        }
-        for (const std::string& name : values.GetProperties()) {
-            if (!Defines(name)) {
-                Fail(m_Place, path + name + " has a value but no definition");
+    table.minEntries = Count(object, "minEntries", place).value_or(table.minEntries);
+    table.maxEntries = Count(object, "maxEntries", place).value_or(table.maxEntries);
+    for (const TOstelJsonObject& key : Sequence(object, "uniqueKeys", place)) {
+        table.uniqueKeys.push_back(Texts(key, "parameters"));
+        for (const std::string& name : table.uniqueKeys.back()) {
+            if (table.Parameter(name) == TObjectDefinition::NOT_THERE) {
+                Fail(place, "a unique key names no parameter: \"" + name + "\"");
             }
         }
     }
-
-    bool Defines(const std::string& name) const {
-        for (const TParamDefinition* definition : m_Definitions) {
-            if (definition->name == name) {
-                return true;
-            }
+    for (const TOstelJsonObject& pair : Sequence(object, "indexMap", place)) {
+        const int number = pair.GetPropertyValue("app", 0);
+        const int platform = pair.GetPropertyValue("platform", 0);
+        if (number <= 0 || platform <= 0) {
+            Fail(place, "an index map holds a number that is not positive");
         }
-        return false;
+        table.indexMap[static_cast<unsigned int>(number)] = static_cast<unsigned int>(platform);
     }
+}
 
-    TDataModel& m_Model;
-    std::string m_Path;
-    std::string m_Place;
-    std::vector<const TParamDefinition*> m_Definitions;
-};
+std::string InstancePath(const TOstelJsonObject& instance, const std::string& schemaPath,
+                         const std::string& place) {
+    std::vector<int> numbers;
+    for (unsigned int i = 0; i < instance.GetJsonArraySize("parent"); ++i) {
+        numbers.push_back(instance.GetPropertyValue("parent", 0, i));
+    }
+    numbers.push_back(instance.GetPropertyValue("id", 0));
+    std::string path = schemaPath;
+    for (const int number : numbers) {
+        const std::size_t position = path.find(PLACEHOLDER);
+        if (number <= 0 || position == std::string::npos) {
+            Fail(place, "an instance has no valid number");
+        }
+        path.replace(position, PLACEHOLDER.size(), std::to_string(number));
+    }
+    if (path.find(PLACEHOLDER) != std::string::npos) {
+        Fail(place, "an instance lacks the numbers of its parents");
+    }
+    return path;
+}
 
-}  // namespace
+TSchema::TSeed ReadInstance(const TOstelJsonObject& instance, const std::string& schemaPath,
+                            const std::string& place) {
+    TSchema::TSeed seed{place, InstancePath(instance, schemaPath, place), {}};
+    const TOstelJsonObject values = instance.GetObjectRef("values");
+    for (const std::string& name : values.GetProperties()) {
+        seed.values.emplace_back(name, Text(values, name, place + " " + seed.path));
+    }
+    return seed;
+}
 
-void LoadModel(const std::string& path, TDataModel& model) {
+// `path` is the file's. A parameter may take the place of another file's, not of this one's.
+void ReadObject(const TOstelJsonObject& object, const std::string& path,
+                std::set<std::string>& defined, TSchema& schema) {
+    const std::string schemaPath = Text(object, "path", path);
+    const std::string place = path + " " + schemaPath;
+    try {
+        TObjectDefinition& definition = schema.MakeObject(schemaPath);
+        for (const TOstelJsonObject& parameter : Sequence(object, "parameters", place)) {
+            TParamDefinition read = ReadParameter(parameter, place);
+            if (!defined.insert(schemaPath + read.name).second) {
+                Fail(place, schemaPath + read.name + " is there twice");
+            }
+            definition.Define(std::move(read));
+        }
+        if (definition.isTable) {
+            ReadTable(object, place, definition);
+        }
+    } catch (const TSchemaError& error) {
+        Fail(place, error.what());
+    }
+    for (const TOstelJsonObject& instance : Sequence(object, "instances", place)) {
+        schema.Seeds().push_back(ReadInstance(instance, schemaPath, place));
+    }
+}
+
+void LoadJson(const std::string& path, TSchema& schema) {
     TOstelJsonObject document;
     if (!document.LoadFile(path)) {
         Fail(path, document.GetErrorText());
@@ -198,7 +216,28 @@ void LoadModel(const std::string& path, TDataModel& model) {
     if (document.GetSequenceType("objects") != TOstelJsonObject::JSON_TYPE_OBJECT) {
         Fail(path, "\"objects\" is missing or not an array of objects");
     }
+    std::set<std::string> defined;
     for (const TOstelJsonObject& object : Sequence(document, "objects", path)) {
-        TObjectLoader(object, path, model).Load(object);
+        ReadObject(object, path, defined, schema);
+    }
+}
+
+bool IsXml(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    char first = ' ';
+    // A byte order mark may stand before the first character.
+    while (file.get(first) && (std::isspace(static_cast<unsigned char>(first)) != 0 ||
+                               static_cast<unsigned char>(first) >= 0x80U)) {
+    }
+    return file && first == '<';
+}
+
+}  // namespace
+
+void LoadModel(const std::string& path, TSchema& schema) {
+    if (IsXml(path)) {
+        LoadXmlModel(path, schema);
+    } else {
+        LoadJson(path, schema);
     }
 }

@@ -3,12 +3,12 @@
 
 #include <string>
 
-#include "DataModel.h"
+#include "Schema.h"
 
-// Adds what a model file describes to the data model. Throws std::runtime_error with the file, the
-// place in it and the cause.
+// Adds what a model file describes to the schema. Throws std::runtime_error with the file, the
+// place in it and the cause. A file that starts with "<" is taken for XML, see XmlModelLoader.h.
 //
-// A model file is a JSON document {"name": ..., "objects": [...]}; an object has
+// Another model file is a JSON document {"name": ..., "objects": [...]}; an object has
 //   "path": "Device.Hosts.Host.{i}.", with "{i}" where instances have their number;
 //   "parameters": [{"name", "type", "access": "readOnly" | "readWrite", "default",
 //                   "minimum", "maximum", "minLength", "maxLength", "enumeration", "pattern"}];
@@ -17,7 +17,10 @@
 //                number at the last "{i}" and "parent" holds those before it, outermost first;
 // and when its path ends in "{i}."
 //   "access": "readOnly" | "readWrite", whether instances may be added and deleted;
-//   "entries": the name of the parent's parameter that counts the instances.
-void LoadModel(const std::string& path, TDataModel& model);
+//   "minEntries", "maxEntries": how many there may be;
+//   "entries": the name of the parent's parameter that counts the instances;
+//   "uniqueKeys": [{"parameters": ["Name"]}], what tells instances from each other;
+//   "indexMap": [{"app": 1, "platform": 3}], the platform's own numbers of the instances.
+void LoadModel(const std::string& path, TSchema& schema);
 
 #endif

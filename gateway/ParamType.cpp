@@ -120,6 +120,11 @@ std::size_t Length(TBaseType base, const std::string& text) {
     }));
 }
 
+template <typename T, typename TMeets>
+bool MeetsOne(const std::vector<T>& limits, TMeets meets) {
+    return limits.empty() || std::any_of(limits.begin(), limits.end(), meets);
+}
+
 }  // namespace
 
 std::optional<TBaseType> ToBaseType(const std::string& name) {
@@ -135,30 +140,49 @@ std::optional<TBaseType> ToBaseType(const std::string& name) {
 }
 
 bool TParamType::Allows(const std::string& value) const {
-    if (!HasForm(base, value)) {
+    return list ? AllowsList(value) : AllowsItem(value);
+}
+
+bool TParamType::AllowsItem(const std::string& item) const {
+    if (!HasForm(base, item)) {
         return false;
     }
-    if (IsNumber(base)) {
-        const double number = std::strtod(value.c_str(), nullptr);
-        if ((minimum && number < *minimum) || (maximum && number > *maximum)) {
-            return false;
-        }
-    }
-    if (minLength || maxLength) {
-        const std::size_t length = Length(base, value);
-        if ((minLength && length < *minLength) || (maxLength && length > *maxLength)) {
-            return false;
-        }
-    }
-    if (!enumeration.empty() &&
-        std::find(enumeration.begin(), enumeration.end(), value) == enumeration.end()) {
+    const auto inRange = [number = IsNumber(base) ? std::strtod(item.c_str(), nullptr) : 0.0](
+                             const TRange& range) { return range.Allow(number); };
+    if (IsNumber(base) && !MeetsOne(ranges, inRange)) {
         return false;
     }
-    return !pattern || (value.size() <= LONGEST_PATTERN_TEXT && std::regex_match(value, *pattern));
+    const auto hasSize = [&](const TSize& size) { return size.Allow(Length(base, item)); };
+    const auto equals = [&](const std::string& value) { return value == item; };
+    const auto matches = [&](const TPattern& pattern) {
+        return item.size() <= LONGEST_PATTERN_TEXT && std::regex_match(item, pattern.expression);
+    };
+    return MeetsOne(sizes, hasSize) && MeetsOne(enumeration, equals) && MeetsOne(patterns, matches);
+}
+
+bool TParamType::AllowsList(const std::string& text) const {
+    if (!list->size.Allow(Length(TBaseType::STRING, text))) {
+        return false;
+    }
+    std::size_t count = 0;
+    std::size_t start = 0;
+    // An empty text is a list without items.
+    while (!text.empty() && start <= text.size()) {
+        const std::size_t comma = std::min(text.find(',', start), text.size());
+        // Blanks may stand beside the commas.
+        const std::size_t first = std::min(text.find_first_not_of(' ', start), comma);
+        const std::size_t last = comma > first ? text.find_last_not_of(' ', comma - 1) + 1 : first;
+        if (!AllowsItem(text.substr(first, last - first))) {
+            return false;
+        }
+        ++count;
+        start = comma + 1;
+    }
+    return list->items.Allow(count);
 }
 
 std::string TParamType::Canonical(const std::string& value) const {
-    if (base != TBaseType::BOOLEAN) {
+    if (base != TBaseType::BOOLEAN || list) {
         return value;
     }
     return value == "1" || value == "true" ? "true" : "false";

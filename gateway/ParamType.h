@@ -4,6 +4,7 @@
 #include <optional>
 #include <regex>
 #include <string>
+#include <utility>
 #include <vector>
 
 // The type of a data-model parameter and what it allows, as TR-181 models state them.
@@ -24,18 +25,49 @@ enum class TBaseType {
 std::optional<TBaseType> ToBaseType(const std::string& name);
 
 struct TParamType {
+    // Both ends are allowed; an absent one is no limit.
+    template <typename T>
+    struct TLimits {
+        std::optional<T> minimum;
+        std::optional<T> maximum;
+
+        bool Allow(T value) const {
+            return (!minimum || value >= *minimum) && (!maximum || value <= *maximum);
+        }
+    };
+    using TRange = TLimits<double>;
+    using TSize = TLimits<std::size_t>;
+
+    // A text of items with commas between them; everything else here then holds for one item.
+    struct TList {
+        TSize items;
+        TSize size;  // of the whole text
+    };
+
+    // Throws std::regex_error.
+    struct TPattern {
+        explicit TPattern(std::string pattern) : text(std::move(pattern)), expression(text) {}
+
+        std::string text;
+        std::regex expression;
+    };
+
     TBaseType base = TBaseType::STRING;
-    std::optional<double> minimum;
-    std::optional<double> maximum;
-    std::optional<std::size_t> minLength;  // in characters; for binary types in bytes
-    std::optional<std::size_t> maxLength;
+    // Of each kind, a value has to meet one; of an empty one there is nothing to meet.
+    std::vector<TRange> ranges;
+    std::vector<TSize> sizes;  // in characters; for binary types in bytes
     std::vector<std::string> enumeration;
-    std::optional<std::regex> pattern;
+    std::vector<TPattern> patterns;
+    std::optional<TList> list;
 
     bool Allows(const std::string& value) const;
 
     // The one form in which a value is kept: booleans as "true" and "false".
     std::string Canonical(const std::string& value) const;
+
+private:
+    bool AllowsItem(const std::string& item) const;
+    bool AllowsList(const std::string& text) const;
 };
 
 #endif

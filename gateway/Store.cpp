@@ -12,7 +12,7 @@ namespace {
 
 // In the file's header: whose file it is, and the version of its tables.
 constexpr unsigned int APPLICATION_ID = 0x4F53544C;
-constexpr unsigned int VERSION = 1;
+constexpr unsigned int VERSION = 2;
 constexpr std::size_t HEADER_SIZE = 100;
 constexpr std::size_t VERSION_OFFSET = 60;
 constexpr std::size_t APPLICATION_ID_OFFSET = 68;
@@ -98,7 +98,8 @@ TStore::TStore(const std::string& path) : m_Path(path) {
         Execute("BEGIN EXCLUSIVE; PRAGMA application_id=" + std::to_string(APPLICATION_ID) +
                 "; PRAGMA user_version=" + std::to_string(VERSION) +
                 "; CREATE TABLE parameters(name TEXT PRIMARY KEY, value TEXT NOT NULL) "
-                "WITHOUT ROWID; COMMIT");
+                "WITHOUT ROWID; CREATE TABLE instances(path TEXT PRIMARY KEY, present INTEGER NOT "
+                "NULL) WITHOUT ROWID; COMMIT");
     }
     Check();
 }
@@ -114,46 +115,86 @@ void TStore::Check() const {
             m_Path + ": damaged: " +
             (result == SQLITE_ROW ? check.Column(0) : sqlite3_errmsg(m_Database.get())));
     }
-    TStatement read(m_Database.get(), "SELECT name, value FROM parameters LIMIT 1");
-    const int first = read.Step();
-    if (first != SQLITE_ROW && first != SQLITE_DONE) {
-        throw std::runtime_error(m_Path + ": damaged: " + sqlite3_errmsg(m_Database.get()));
+    for (const char* const sql : {"SELECT name, value FROM parameters LIMIT 1",
+                                  "SELECT path, present FROM instances LIMIT 1"}) {
+        TStatement read(m_Database.get(), sql);
+        const int first = read.Step();
+        if (first != SQLITE_ROW && first != SQLITE_DONE) {
+            throw std::runtime_error(m_Path + ": damaged: " + sqlite3_errmsg(m_Database.get()));
+        }
     }
 }
 
-TDataModel::TValues TStore::Load() const {
-    TDataModel::TValues values;
-    TStatement read(m_Database.get(), "SELECT name, value FROM parameters");
-    int result = read.Step();
-    for (; result == SQLITE_ROW; result = read.Step()) {
-        values.emplace_back(read.Column(0), read.Column(1));
+TStore::TState TStore::Load() const {
+    TState state;
+    TStatement values(m_Database.get(), "SELECT name, value FROM parameters");
+    int result = values.Step();
+    for (; result == SQLITE_ROW; result = values.Step()) {
+        state.values.emplace_back(values.Column(0), values.Column(1));
     }
     if (result != SQLITE_DONE) {
         Fail();
     }
-    return values;
+    TStatement instances(m_Database.get(), "SELECT path, present FROM instances ORDER BY path");
+    result = instances.Step();
+    for (; result == SQLITE_ROW; result = instances.Step()) {
+        state.instances.emplace_back(instances.Column(0), instances.Column(1) == "1");
+    }
+    if (result != SQLITE_DONE) {
+        Fail();
+    }
+    return state;
 }
 
-void TStore::Save(const TDataModel::TValues& values) {
-    if (values.empty()) {
+void TStore::Save(const TDataModel::TChanges& changes) {
+    if (changes.Empty()) {
         return;
     }
     Execute("BEGIN IMMEDIATE");
     try {
-        TStatement write(m_Database.get(), "INSERT OR REPLACE INTO parameters VALUES(?, ?)");
-        for (const auto& [name, value] : values) {
-            write.Bind(1, name);
-            write.Bind(2, value);
-            if (write.Step() != SQLITE_DONE) {
-                Fail();
-            }
-            write.Reset();
-        }
+        Write(changes);
         Execute("COMMIT");
     } catch (const std::runtime_error&) {
         // Some failures have ended the transaction already; then there is nothing to roll back.
         sqlite3_exec(m_Database.get(), "ROLLBACK", nullptr, nullptr, nullptr);
         throw;
+    }
+}
+
+void TStore::Write(const TDataModel::TChanges& changes) {
+    const auto run = [this](TStatement& statement) {
+        if (statement.Step() != SQLITE_DONE) {
+            Fail();
+        }
+        statement.Reset();
+    };
+    // What stood below a deleted instance is gone with it; its paths start with the instance's.
+    TStatement dropValues(m_Database.get(),
+                          "DELETE FROM parameters WHERE name >= ?1 AND name < ?2");
+    TStatement dropInstances(m_Database.get(),
+                             "DELETE FROM instances WHERE path >= ?1 AND path < ?2");
+    TStatement gone(m_Database.get(), "INSERT OR REPLACE INTO instances VALUES(?1, 0)");
+    for (const std::string& path : changes.deleted) {
+        std::string end = path;
+        ++end.back();
+        for (TStatement* const drop : {&dropValues, &dropInstances}) {
+            drop->Bind(1, path);
+            drop->Bind(2, end);
+            run(*drop);
+        }
+        gone.Bind(1, path);
+        run(gone);
+    }
+    TStatement come(m_Database.get(), "INSERT OR REPLACE INTO instances VALUES(?1, 1)");
+    for (const std::string& path : changes.added) {
+        come.Bind(1, path);
+        run(come);
+    }
+    TStatement write(m_Database.get(), "INSERT OR REPLACE INTO parameters VALUES(?1, ?2)");
+    for (const auto& [name, value] : changes.writes) {
+        write.Bind(1, name);
+        write.Bind(2, value);
+        run(write);
     }
 }
 

@@ -7,6 +7,9 @@
 #include <iostream>
 #include <memory>
 #include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "DataModel.h"
 #include "Dispatcher.h"
@@ -56,13 +59,34 @@ private:
 };
 
 void Restore(TDataModel& model, const TStore& store) {
-    for (const auto& [name, value] : store.Load()) {
-        if (!model.Restore(name, value)) {
+    const auto keep = [](bool restored, const std::string& name) {
+        if (!restored) {
             ztLogging_log(ZT_LOG_LEVEL_WARNING,
                           "The model has no place for the stored value of %s; it is kept",
                           name.c_str());
         }
+    };
+    const TStore::TState state = store.Load();
+    for (const auto& [path, present] : state.instances) {
+        keep(model.RestoreInstance(path, present), path);
     }
+    for (const auto& [name, value] : state.values) {
+        keep(model.RestoreValue(name, value), name);
+    }
+}
+
+struct TOptions {
+    std::vector<std::string> models;
+    std::string state = DefaultStateFile();
+    std::size_t fill = 0;
+};
+
+TDataModel MakeModel(const TOptions& options) {
+    TSchema schema;
+    for (const std::string& file : options.models) {
+        LoadModel(file, schema);
+    }
+    return TDataModel(std::move(schema), options.fill);
 }
 
 // Ends the workers, and with them the handlers, before what these work on is gone.
@@ -88,11 +112,10 @@ std::unique_ptr<TPresence> WatchPresence(const TPresence::TRelay& relay) {
     }
 }
 
-void Serve(const std::string& modelFile, const std::string& stateFile) {
+void Serve(const TOptions& options) {
     const TStopSignals stopSignals;
-    TDataModel model;
-    LoadModel(modelFile, model);
-    TStore store(stateFile);
+    TDataModel model = MakeModel(options);
+    TStore store(options.state);
     Restore(model, store);
 
     TOstelApplication& application = *TOstelApplication::GetInstance();
@@ -116,15 +139,27 @@ void Serve(const std::string& modelFile, const std::string& stateFile) {
 int Run(int argc, char** argv) {
     CLI::App app("Serves a data model to the applications on this machine's bus.");
     app.name("ostel-gateway");
-    std::string modelFile = DefaultModelFile();
-    std::string stateFile = DefaultStateFile();
-    app.add_option("--model", modelFile, "Data model to serve, a JSON file")->capture_default_str();
-    app.add_option("--state", stateFile, "File that keeps what was committed")
-        ->capture_default_str();
+    TOptions options;
+    app.add_option("--model", options.models,
+                   "Data model to serve, a JSON file or one of the Broadband Forum's XML files in "
+                   "the full form; several are laid over each other [" +
+                       DefaultModelFile() + "]")
+        ->option_text("FILE");
+    app.add_option("--state", options.state, "File that keeps what was committed")
+        ->capture_default_str()
+        ->option_text("FILE [" + options.state + "]");
+    app.add_option("--fill", options.fill, "Fill every table up to so many instances, to test load")
+        ->check(CLI::Range(0, 1000))
+        ->option_text("N");
     app.set_version_flag("--version", TOstelApplication::GetInstance()->GetVersion());
-    app.footer("Example: ostel-gateway --model my-product.json --state /tmp/state.sqlite");
+    app.footer(
+        "Example: ostel-gateway --model tr-181-2-15-0-usp-full.xml --model my-product.json "
+        "--state /tmp/state.sqlite");
     CLI11_PARSE(app, argc, argv);
-    Serve(modelFile, stateFile);
+    if (options.models.empty()) {
+        options.models.push_back(DefaultModelFile());
+    }
+    Serve(options);
     return EXIT_SUCCESS;
 }
 

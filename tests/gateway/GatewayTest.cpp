@@ -7,10 +7,7 @@
 #include <sstream>
 #include <thread>
 
-#include "GatewayProcess.h"
-#include "PrivateBus.h"
-#include "RawPeer.h"
-#include "TOstelApplication.h"
+#include "GatewayFixture.h"
 #include "TOstelJsonObject.h"
 
 namespace {
@@ -19,41 +16,6 @@ using testing::HasSubstr;
 
 const std::string LED = "Device.X_KAVEN_COM_General.LED.State";
 const std::string BRIGHTNESS = "Device.X_KAVEN_COM_General.LED.Brightness";
-
-class Gateway : public testing::Test {
-protected:
-    Gateway() : m_Gateway(OSTEL_GATEWAY), m_App(*TOstelApplication::GetInstance()) {
-        m_App.Initialize(OSTEL_CLI);
-    }
-
-    std::string Value(const std::string& name) {
-        std::string value = "not read";
-        m_App.GetParam(name, value);
-        return value;
-    }
-
-    // A request as it goes over the bus: the reply's text and code.
-    static std::pair<std::string, int> Request(RawPeer& peer, const std::string& type,
-                                               const std::string& text) {
-        DBusMessage* const call = RawPeer::NewCall("OSTEL_DISPATCHER", type);
-        const char* const characters = text.c_str();
-        dbus_message_append_args(call, DBUS_TYPE_STRING, &characters, DBUS_TYPE_INVALID);
-        DBusMessage* const reply = peer.Call(call, 20000);
-        const char* replyText = nullptr;
-        dbus_int32_t code = 0;
-        if (reply == nullptr || !dbus_message_get_args(reply, nullptr, DBUS_TYPE_STRING, &replyText,
-                                                       DBUS_TYPE_INT32, &code, DBUS_TYPE_INVALID)) {
-            return {"no reply", -1000};
-        }
-        const std::pair<std::string, int> result(replyText, code);
-        dbus_message_unref(reply);
-        return result;
-    }
-
-    PrivateBus m_Bus;
-    GatewayProcess m_Gateway;
-    TOstelApplication& m_App;
-};
 
 TEST_F(Gateway, ReadsNamesPartialPathsAndStars) {
     EXPECT_EQ(Value("Device.DeviceInfo.SerialNumber"), "KV0123456789");

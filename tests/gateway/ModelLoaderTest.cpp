@@ -5,6 +5,7 @@
 
 #include <fstream>
 
+#include "DataModel.h"
 #include "TempDir.h"
 
 namespace {
@@ -13,10 +14,13 @@ using testing::HasSubstr;
 
 class ModelLoader : public testing::Test {
 protected:
+    // What the loading or the building complained of.
     std::string Load(const std::string& text) {
         std::ofstream(m_Dir.File("model.json")) << text;
         try {
-            LoadModel(m_Dir.File("model.json"), m_Model);
+            TSchema schema;
+            LoadModel(m_Dir.File("model.json"), schema);
+            m_Model = TDataModel(std::move(schema));
         } catch (const std::runtime_error& error) {
             return error.what();
         }
@@ -35,14 +39,14 @@ protected:
     }
 
     TempDir m_Dir;
-    TDataModel m_Model;
+    TDataModel m_Model{TSchema()};
 };
 
 TEST_F(ModelLoader, TakesParametersWithTheirDefaults) {
     EXPECT_EQ(LoadParameter(R"("name":"A","type":"boolean","access":"readWrite","default":"1")"),
               "");
     EXPECT_EQ(Value("Device.A"), "true");
-    EXPECT_EQ(m_Model.Set("Device.A", "false"), RC_SUCCESS);
+    EXPECT_EQ(m_Model.Set({{"Device.A", "false"}}), RC_SUCCESS);
 }
 
 TEST_F(ModelLoader, TakesInstancesOfNestedTables) {
@@ -57,6 +61,16 @@ TEST_F(ModelLoader, TakesInstancesOfNestedTables) {
     EXPECT_EQ(Value("D.T.1.N"), "one");
     EXPECT_EQ(Value("D.T.12.N"), "d");
     EXPECT_EQ(Value("D.T.12.U.3.M"), "deep");
+}
+
+TEST_F(ModelLoader, TakesValuesOfObjectsInsideOfInstances) {
+    EXPECT_EQ(Load(R"({"objects":[
+        {"path":"D.T.{i}.","instances":[{"id":4}]},
+        {"path":"D.T.{i}.Stats.",
+         "parameters":[{"name":"Bytes","type":"int","access":"readOnly","default":"0"}],
+         "instances":[{"id":4,"values":{"Bytes":"99"}}]}]})"),
+              "");
+    EXPECT_EQ(Value("D.T.4.Stats.Bytes"), "99");
 }
 
 TEST_F(ModelLoader, NamesFilePlaceAndCauseOfAFault) {
@@ -75,6 +89,18 @@ TEST_F(ModelLoader, NamesFilePlaceAndCauseOfAFault) {
          "lacks the numbers of its parents"},
         {R"({"objects":[{"path":"D.T.{i}.","instances":[{"id":1,"values":{"X":"1"}}]}]})",
          "D.T.1.X has a value but no definition"},
+        {R"({"objects":[{"path":"D.T.{i}.","instances":[{"id":1,"values":{"X":1}}]}]})",
+         "\"X\" is missing or not a text"},
+        {R"({"objects":[{"path":"D.T.{i}.U.{i}.","instances":[{"id":1,"parent":[2]}]}]})",
+         "there is no place for the instance D.T.2.U.1."},
+        {R"({"objects":[{"path":"D.T.{i}."},{"path":"D.T."}]})",
+         "\"T\" is a table here and an object there"},
+        {R"({"objects":[{"path":"D.*.T."}]})", "\"*\" is not an object's name"},
+        {R"({"objects":[{"path":"D..T."}]})", "\"\" is not an object's name"},
+        {R"({"objects":[{"path":"D.T.{i}.","uniqueKeys":[{"parameters":["K"]}]}]})",
+         "a unique key names no parameter: \"K\""},
+        {R"({"objects":[{"path":"D.T.{i}.","indexMap":[{"app":1}]}]})", "not positive"},
+        {R"({"objects":[{"path":"D.T.{i}.","maxEntries":"many"}]})", "is not a number"},
     };
     for (const auto& one : cases) {
         const std::string message = Load(one.text);
@@ -109,17 +135,43 @@ TEST_F(ModelLoader, RefusesFaultyParameters) {
          "Device.A is there twice"},
     };
     for (const auto& one : cases) {
-        m_Model = TDataModel();
         EXPECT_THAT(LoadParameter(one.members), HasSubstr(one.cause)) << one.members;
     }
 }
 
+TEST_F(ModelLoader, LaysFilesOverEachOther) {
+    std::ofstream(m_Dir.File("base.json")) << R"({"objects":[
+        {"path":"D.","parameters":[
+         {"name":"A","type":"string","access":"readOnly","default":"base"},
+         {"name":"B","type":"string","access":"readOnly","default":"base"}]},
+        {"path":"D.T.{i}.","instances":[{"id":1}]}]})";
+    std::ofstream(m_Dir.File("product.json")) << R"({"objects":[
+        {"path":"D.","parameters":[
+         {"name":"B","type":"string","access":"readWrite","default":"product"}]},
+        {"path":"D.T.{i}.","access":"readWrite","parameters":[
+         {"name":"N","type":"string","access":"readOnly","default":"new"}],
+         "instances":[{"id":2}]}]})";
+    TSchema schema;
+    LoadModel(m_Dir.File("base.json"), schema);
+    LoadModel(m_Dir.File("product.json"), schema);
+    m_Model = TDataModel(std::move(schema));
+    EXPECT_EQ(Value("D.A"), "base");
+    EXPECT_EQ(Value("D.B"), "product");
+    EXPECT_EQ(Value("D.T.1.N"), "new");
+    EXPECT_EQ(Value("D.T.2.N"), "new");
+    unsigned int id = 0;
+    EXPECT_EQ(m_Model.Add("D.T.", id), RC_SUCCESS);
+}
+
 TEST_F(ModelLoader, SaysThatAFileCannotBeRead) {
-    EXPECT_THROW(LoadModel("/nonexistent.json", m_Model), std::runtime_error);
+    TSchema schema;
+    EXPECT_THROW(LoadModel("/nonexistent.json", schema), std::runtime_error);
 }
 
 TEST_F(ModelLoader, TheHomeGatewayHasAtLeast400Parameters) {
-    LoadModel(OSTEL_HOME_GATEWAY_MODEL, m_Model);
+    TSchema schema;
+    LoadModel(OSTEL_HOME_GATEWAY_MODEL, schema);
+    m_Model = TDataModel(std::move(schema));
     EXPECT_GE(m_Model.Size(), 400U);
     for (const char* name :
          {"Device.DeviceInfo.AdditionalSoftwareVersion",

@@ -53,27 +53,26 @@ TEST(ParamType, KnowsNoOtherNames) {
 
 TEST(ParamType, HoldsNumbersWithinTheirRange) {
     TParamType type = Of("int");
-    type.minimum = -1;
-    type.maximum = 10;
+    type.ranges = {{-1, 10}, {20, std::nullopt}};
     EXPECT_TRUE(type.Allows("-1"));
     EXPECT_TRUE(type.Allows("10"));
     EXPECT_FALSE(type.Allows("-2"));
     EXPECT_FALSE(type.Allows("11"));
+    EXPECT_TRUE(type.Allows("20"));
 }
 
 TEST(ParamType, CountsCharactersNotBytes) {
     TParamType type = Of("string");
-    type.minLength = 2;
-    type.maxLength = 3;
+    type.sizes = {{2, 3}};
     EXPECT_FALSE(type.Allows("\xC3\xA4"));
     EXPECT_TRUE(type.Allows("\xC3\xA4\xC3\xA4\xC3\xA4"));
     EXPECT_FALSE(type.Allows("abcd"));
     TParamType binary = Of("hexBinary");
-    binary.maxLength = 2;
+    binary.sizes = {{std::nullopt, 2}};
     EXPECT_TRUE(binary.Allows("0a0b"));
     EXPECT_FALSE(binary.Allows("0a0b0c"));
     TParamType base64 = Of("base64");
-    base64.maxLength = 1;
+    base64.sizes = {{std::nullopt, 1}};
     EXPECT_TRUE(base64.Allows("QQ=="));
     EXPECT_FALSE(base64.Allows("QUI="));
 }
@@ -84,10 +83,26 @@ TEST(ParamType, HoldsToEnumerationAndPattern) {
     EXPECT_TRUE(type.Allows("ON"));
     EXPECT_FALSE(type.Allows("on"));
     TParamType pattern = Of("string");
-    pattern.pattern.emplace("[a-z]+");
+    pattern.patterns.emplace_back("[a-z]+");
+    pattern.patterns.emplace_back("");
     EXPECT_TRUE(pattern.Allows("abc"));
     EXPECT_FALSE(pattern.Allows("abc1"));
+    EXPECT_TRUE(pattern.Allows(""));
     EXPECT_FALSE(pattern.Allows(std::string(10 * 1024 * 1024, 'a')));
+}
+
+TEST(ParamType, HoldsEachItemOfAList) {
+    TParamType type = Of("unsignedInt");
+    type.ranges = {{std::nullopt, 10}};
+    type.list = TParamType::TList{{std::nullopt, 3}, {std::nullopt, 8}};
+    for (const char* text : {"", "1", "1,2", "1, 2 ,10"}) {
+        EXPECT_TRUE(type.Allows(text)) << text;
+    }
+    for (const char* text : {",", "1,", "1,x", "1,11", "1,2,3,4", "1,    2,3"}) {
+        EXPECT_FALSE(type.Allows(text)) << text;
+    }
+    type.list->items.minimum = 1;
+    EXPECT_FALSE(type.Allows(""));
 }
 
 TEST(ParamType, KeepsBooleansInOneForm) {

@@ -11,6 +11,7 @@
 
 namespace {
 
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Pair;
 using testing::UnorderedElementsAre;
@@ -19,6 +20,10 @@ std::string Contents(const std::string& path) {
     std::ostringstream text;
     text << std::ifstream(path, std::ios::binary).rdbuf();
     return text.str();
+}
+
+TDataModel::TChanges Writes(const TDataModel::TValues& values) {
+    return {values, {}, {}};
 }
 
 class Store : public testing::Test {
@@ -39,13 +44,27 @@ protected:
 TEST_F(Store, KeepsWhatItSaved) {
     {
         TStore store(m_File);
-        EXPECT_TRUE(store.Load().empty());
-        store.Save({{"A", "1"}, {"B", ""}});
-        store.Save({{"A", "2"}, {"C", "\xC3\xA4'\";--"}});
+        EXPECT_TRUE(store.Load().values.empty());
+        store.Save(Writes({{"A", "1"}, {"B", ""}}));
+        store.Save(Writes({{"A", "2"}, {"C", "\xC3\xA4'\";--"}}));
         store.Save({});
     }
-    EXPECT_THAT(TStore(m_File).Load(),
+    EXPECT_THAT(TStore(m_File).Load().values,
                 UnorderedElementsAre(Pair("A", "2"), Pair("B", ""), Pair("C", "\xC3\xA4'\";--")));
+}
+
+TEST_F(Store, KeepsWhichInstancesCameAndWent) {
+    {
+        TStore store(m_File);
+        store.Save({{{"T.1.A", "1"}, {"T.10.A", "10"}, {"T.1.U.2.B", "x"}, {"T.2.A", "2"}},
+                    {"T.10.", "T.2.", "T.2.U.1."},
+                    {"T.3."}});
+        store.Save({{}, {}, {"T.1.", "T.2."}});
+    }
+    const TStore::TState state = TStore(m_File).Load();
+    EXPECT_THAT(state.instances, ElementsAre(Pair("T.1.", false), Pair("T.10.", true),
+                                             Pair("T.2.", false), Pair("T.3.", false)));
+    EXPECT_THAT(state.values, ElementsAre(Pair("T.10.A", "10")));
 }
 
 TEST_F(Store, RefusesAForeignFileAndLeavesItAlone) {
@@ -60,7 +79,7 @@ TEST_F(Store, RefusesAForeignFileAndLeavesItAlone) {
 }
 
 TEST_F(Store, RefusesAnotherVersionsFile) {
-    { TStore(m_File).Save({{"A", "1"}}); }
+    { TStore(m_File).Save(Writes({{"A", "1"}})); }
     std::string bytes = Contents(m_File);
     bytes[63] = 9;
     std::ofstream(m_File, std::ios::binary | std::ios::trunc) << bytes;
@@ -73,7 +92,7 @@ TEST_F(Store, RefusesADamagedFileAndLeavesItAlone) {
     for (int i = 0; i < 1000; ++i) {
         values.emplace_back("Device.Parameter" + std::to_string(i), std::string(50, 'v'));
     }
-    { TStore(m_File).Save(values); }
+    { TStore(m_File).Save(Writes(values)); }
     const std::string good = Contents(m_File);
     std::string cut = good.substr(0, good.size() / 2);
     std::string overwritten = good;
@@ -91,7 +110,7 @@ TEST_F(Store, RefusesADamagedFileAndLeavesItAlone) {
 
 TEST_F(Store, RefusesAFileInUse) {
     TStore store(m_File);
-    store.Save({{"A", "1"}});
+    store.Save(Writes({{"A", "1"}}));
     EXPECT_THAT(OpenError(), HasSubstr("locked"));
 }
 

@@ -2,14 +2,17 @@
 
 #include <gtest/gtest.h>
 
-GatewayProcess::GatewayProcess(std::string program)
-    : m_Program(std::move(program)), m_StateFile(m_Dir.File("state.sqlite")) {
+GatewayProcess::GatewayProcess(std::string program, std::vector<std::string> options)
+    : m_Program(std::move(program)),
+      m_Options(std::move(options)),
+      m_StateFile(m_Dir.File("state.sqlite")) {
     Start();
 }
 
 void GatewayProcess::Start() {
-    m_Process =
-        std::make_unique<ChildProcess>(std::vector<std::string>{m_Program, "--state", m_StateFile});
+    std::vector<std::string> command = {m_Program, "--state", m_StateFile};
+    command.insert(command.end(), m_Options.begin(), m_Options.end());
+    m_Process = std::make_unique<ChildProcess>(command);
     EXPECT_TRUE(m_Process->WaitForOutput("ostel-gateway: ready, ")) << m_Process->Errors();
 }
 

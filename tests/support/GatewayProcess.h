@@ -11,7 +11,7 @@
 // The real gateway on the test's bus, ready to serve when the constructor returns.
 class GatewayProcess {
 public:
-    explicit GatewayProcess(std::string program);
+    explicit GatewayProcess(std::string program, std::vector<std::string> options = {});
 
     // A crash, and a start with the same state.
     void KillAndRestart();
@@ -23,6 +23,7 @@ private:
 
     TempDir m_Dir;
     std::string m_Program;
+    std::vector<std::string> m_Options;
     std::string m_StateFile;
     std::unique_ptr<ChildProcess> m_Process;
 };

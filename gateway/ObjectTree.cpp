@@ -1,0 +1,72 @@
+#include "ObjectTree.h"
+
+#include <algorithm>
+
+TObject TObject::Make(const TObjectDefinition& definition) {
+    TObject object;
+    object.values.reserve(definition.parameters.size());
+    for (const TParamDefinition& parameter : definition.parameters) {
+        object.values.push_back(parameter.defaultValue);
+    }
+    object.children.resize(definition.children.size());
+    for (std::size_t i = 0; i < definition.children.size(); ++i) {
+        const TObjectDefinition& child = *definition.children[i];
+        TInstances& instances = object.children[i];
+        if (!child.isTable) {
+            instances.objects.emplace(0, Make(child));
+        }
+        while (child.isTable && instances.objects.size() < child.minEntries) {
+            instances.Make(child, instances.last + 1);
+        }
+    }
+    return object;
+}
+
+void TObject::Fill(const TObjectDefinition& definition, std::size_t fill) {
+    for (std::size_t i = 0; i < children.size(); ++i) {
+        const TObjectDefinition& child = *definition.children[i];
+        TInstances& instances = children[i];
+        while (child.isTable && instances.objects.size() < std::min(fill, child.maxEntries)) {
+            instances.Make(child, instances.last + 1);
+        }
+        for (auto& instance : instances.objects) {
+            instance.second.Fill(child, fill);
+        }
+    }
+}
+
+void TObject::CountEntries(const TObjectDefinition& definition) {
+    for (std::size_t i = 0; i < children.size(); ++i) {
+        const TObjectDefinition& child = *definition.children[i];
+        const std::size_t entries = definition.Parameter(child.entries);
+        if (child.isTable && entries != TObjectDefinition::NOT_THERE) {
+            values[entries] = std::to_string(children[i].Count(TView::COMMITTED));
+        }
+        for (auto& instance : children[i].objects) {
+            instance.second.CountEntries(child);
+        }
+    }
+}
+
+std::size_t TObject::CountParameters() const {
+    std::size_t count = values.size();
+    for (const TInstances& instances : children) {
+        for (const auto& instance : instances.objects) {
+            count += instance.second.CountParameters();
+        }
+    }
+    return count;
+}
+
+TObject& TInstances::Make(const TObjectDefinition& table, unsigned int number) {
+    last = std::max(last, number);
+    const auto there = objects.find(number);
+    return there != objects.end() ? there->second
+                                  : objects.emplace(number, TObject::Make(table)).first->second;
+}
+
+std::size_t TInstances::Count(TView view) const {
+    return static_cast<std::size_t>(
+        std::count_if(objects.begin(), objects.end(),
+                      [view](const auto& entry) { return entry.second.IsVisible(view); }));
+}
