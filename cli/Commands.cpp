@@ -2,9 +2,10 @@
 
 #include <cstdlib>
 #include <future>
-#include <iostream>
+#include <optional>
 #include <utility>
 
+#include "Arguments.h"
 #include "Output.h"
 #include "TOstelApplication.h"
 #include "TOstelDataMapper.h"
@@ -13,20 +14,12 @@ namespace Commands {
 
 namespace {
 
-using TParams = std::vector<TOstelApplication::TOstelAppParam>;
+using Arguments::TParams;
 
 constexpr int CLIENT_COUNT = OSTEL_DATA_PROBER + 1;
 
 TOstelApplication& Application() {
     return *TOstelApplication::GetInstance();
-}
-
-void PrintOk(bool json) {
-    if (json) {
-        TOstelJsonObject document;
-        document.SetPropertyValue("RESULT", std::string("RC_SUCCESS"));
-        Output::Print(document);
-    }
 }
 
 bool IsActive(const std::string& name) {
@@ -56,27 +49,23 @@ int Get(const std::vector<std::string>& names, bool json) {
 }
 
 int Set(const std::vector<std::string>& assignments, bool commit, bool json) {
-    TParams params;
-    for (const std::string& assignment : assignments) {
-        const std::size_t equals = assignment.find('=');
-        if (equals == std::string::npos || equals == 0) {
-            return Output::Fail(assignment + " is not NAME=VALUE", RC_INVALID_ARGUMENT);
-        }
-        params.push_back({assignment.substr(0, equals), assignment.substr(equals + 1)});
+    const std::optional<TParams> given = Arguments::Assignments(assignments);
+    if (!given) {
+        return RC_INVALID_ARGUMENT;
     }
+    const TParams& params = *given;
     for (std::size_t i = 0; i < params.size(); ++i) {
         const bool isLast = i + 1 == params.size();
         const tOstelReturnCode code =
             Application().SetParam(params[i].name, params[i].value, commit && isLast);
         if (code != RC_SUCCESS) {
             if (i > 0) {
-                std::cerr << "ostelcli: " << i << " earlier values are staged, not committed"
-                          << std::endl;
+                Output::Complain(std::to_string(i) + " earlier values are staged, not committed");
             }
             return Output::Fail(params[i].name, code);
         }
     }
-    PrintOk(json);
+    Output::PrintOk(json);
     return 0;
 }
 
@@ -85,7 +74,7 @@ int Commit(bool json) {
     if (code != RC_SUCCESS) {
         return Output::Fail("commit", code);
     }
-    PrintOk(json);
+    Output::PrintOk(json);
     return 0;
 }
 
@@ -95,7 +84,7 @@ int Event(const std::string& name, const std::string& data, bool json) {
     } catch (const std::runtime_error&) {
         return Output::Fail(name, RC_RUNTIME_ERROR);
     }
-    PrintOk(json);
+    Output::PrintOk(json);
     return 0;
 }
 

@@ -42,12 +42,28 @@ std::string CodeText(tOstelReturnCode code) {
 }
 
 int Fail(const std::string& subject, tOstelReturnCode code) {
-    std::cerr << "ostelcli: " << Visible(subject) << ": " << CodeText(code) << std::endl;
+    Complain(subject + ": " + CodeText(code));
     return ExitStatus(code);
+}
+
+void Complain(const std::string& text) {
+    std::cerr << "ostelcli: " << Visible(text) << std::endl;
+}
+
+void PrintOk(bool json) {
+    if (json) {
+        TOstelJsonObject document;
+        document.SetPropertyValue("RESULT", std::string("RC_SUCCESS"));
+        Print(document);
+    }
 }
 
 void Print(const TOstelJsonObject& document) {
     std::cout << document.EncodeToString(-1) << std::endl;
+}
+
+void PrintIndented(const TOstelJsonObject& document) {
+    std::cout << document.EncodeToString(2) << std::endl;
 }
 
 void Print(const std::string& line) {

@@ -11,6 +11,11 @@
 // What the tool prints. A person gets text; with --json a program gets one document a line.
 namespace Output {
 
+// Statuses of failures that are not the data model's, as in sysexits.h.
+constexpr int MALFORMED_FILE = 65;
+constexpr int NO_FILE = 66;
+constexpr int WRITE_ERROR = 74;
+
 // The status with which the program exits for a result: the positive code, 255 for -1.
 int ExitStatus(tOstelReturnCode code);
 
@@ -20,8 +25,17 @@ std::string CodeText(tOstelReturnCode code);
 // Tells of a failure on standard error and returns its exit status.
 int Fail(const std::string& subject, tOstelReturnCode code);
 
+// Tells of a failure, or of what has to be known, on standard error.
+void Complain(const std::string& text);
+
+// Tells that it was done; a person is told by silence.
+void PrintOk(bool json);
+
 // One document, on a line of its own, flushed.
 void Print(const TOstelJsonObject& document);
+
+// One document over many lines, for a file that people may read.
+void PrintIndented(const TOstelJsonObject& document);
 
 // One line, flushed, with what could control a terminal made visible.
 void Print(const std::string& line);

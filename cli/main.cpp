@@ -6,6 +6,9 @@
 #include <optional>
 
 #include "Commands.h"
+#include "LongValue.h"
+#include "Objects.h"
+#include "Snapshot.h"
 #include "TOstelApplication.h"
 #include "Watch.h"
 
@@ -25,13 +28,20 @@ public:
         m_App.fallthrough();
         m_App.footer(
             "Exit status: 0, the result's code (RC_INVALID_PARAM_NAME is 4), 255 for RC_FAILURE,\n"
-            "64 for a wrong command line, 69 without a bus.\n\n"
+            "64 for a wrong command line, 65 for a malformed file, 66 for none, 69 without a bus;\n"
+            "'diff' ends with 1 when something differs.\n\n"
             "Examples:\n"
             "  ostelcli get Device.DeviceInfo.SerialNumber\n"
             "  ostelcli get Device.Time. 'Device.Hosts.Host.*.HostName'\n"
             "  ostelcli set Device.X_KAVEN_COM_General.LED.State=BLINK\n"
-            "  ostelcli watch Device.X_KAVEN_COM_General. --count 1");
+            "  ostelcli watch Device.X_KAVEN_COM_General. --count 1\n"
+            "  ostelcli add Device.NAT.PortMapping.\n"
+            "  ostelcli save Device.WiFi. > wifi.json");
         AddReading();
+        AddObjects();
+        AddInstances();
+        AddLongValues();
+        AddSnapshots();
         AddEvents();
     }
 
@@ -63,7 +73,7 @@ private:
         CLI::App* const set = Add("set", "Write parameters and commit them",
                                   [this] { return Commands::Set(m_Names, !m_NoCommit, m_Json); });
         set->add_option("NAME=VALUE", m_Names, "What to write")->required();
-        set->add_flag("--no-commit", m_NoCommit, "Leave the writes staged for 'commit'");
+        AddNoCommit(set);
         Add("commit", "Commit everything that is staged",
             [this] { return Commands::Commit(m_Json); });
         Add("apps", "List the applications that are active",
@@ -86,8 +96,91 @@ private:
         event->add_option("DATA", m_EventData, "Its data, usually a JSON document")->required();
     }
 
-    CLI::App* Add(const std::string& verb, const std::string& what, std::function<int()> run) {
-        CLI::App* const command = m_App.add_subcommand(verb, what);
+    void AddObjects() {
+        CLI::App& object = AddGroup("object", "Read or write an object as a whole");
+        CLI::App* const get = Add(
+            "get", "Read an object, or parameters of it",
+            [this] { return Objects::Get(m_Path, m_Names, m_Json); }, &object);
+        get->add_option("OBJECT", m_Path, "Its path, which ends in a point")->required();
+        get->add_option("NAME", m_Names, "A parameter of it");
+        CLI::App* const set = Add(
+            "set", "Write parameters of an object: all of them or none",
+            [this] { return Objects::Set(m_Path, m_Names, !m_NoCommit, m_Json); }, &object);
+        set->add_option("OBJECT", m_Path, "Its path, which ends in a point")->required();
+        set->add_option("NAME=VALUE", m_Names, "What to write")->required();
+        AddNoCommit(set);
+        Add("tree", "List all that stands below an object",
+            [this] { return Objects::Tree(m_Path, m_Json); })
+            ->add_option("OBJECT", m_Path, "Its path, which ends in a point")
+            ->required();
+        Add("index-map", "Show the platform's own numbers of instances",
+            [this] { return Objects::IndexMap(m_Json); });
+    }
+
+    void AddInstances() {
+        Add("instances", "List the instances of a table",
+            [this] { return Objects::Instances(m_Path, m_Json); })
+            ->add_option("TABLE", m_Path, "Its path, such as Device.Hosts.Host.")
+            ->required();
+        CLI::App* const add = Add("add", "Add an instance to a table",
+                                  [this] { return Objects::Add(m_Path, !m_NoCommit, m_Json); });
+        add->add_option("TABLE", m_Path, "Its path, such as Device.NAT.PortMapping.")->required();
+        AddNoCommit(add);
+        CLI::App* const erase = Add("delete", "Delete instances", [this] {
+            return Objects::Delete(m_Names, !m_NoCommit, m_Json);
+        });
+        erase->add_option("INSTANCE", m_Names, "Its path, such as Device.NAT.PortMapping.3.")
+            ->required();
+        AddNoCommit(erase);
+    }
+
+    void AddLongValues() {
+        CLI::App& group = AddGroup("long", "Read or write a value of any length");
+        CLI::App* const get = Add(
+            "get", "Write a parameter's value to a file, or as it is to standard output",
+            [this] { return LongValue::Get(m_Path, m_File, m_Json); }, &group);
+        CLI::App* const set = Add(
+            "set", "Take a parameter's value from a file, or from standard input",
+            [this] { return LongValue::Set(m_Path, m_File, !m_NoCommit, m_Json); }, &group);
+        for (CLI::App* const command : {get, set}) {
+            command->add_option("NAME", m_Path, "The parameter")->required();
+            command->add_option("FILE", m_File, "The file");
+        }
+        AddNoCommit(set);
+    }
+
+    void AddSnapshots() {
+        Add("save", "Print a part of the data model as a snapshot",
+            [this] { return Snapshot::Save(m_Path, m_Json); })
+            ->add_option("PATH", m_Path, "A partial path or a parameter")
+            ->required();
+        CLI::App* const load =
+            Add("load", "Write what differs from a snapshot, and commit it",
+                [this] { return Snapshot::Load(m_File, m_Exact, !m_NoCommit, m_Json); });
+        load->add_option("FILE", m_File, "The snapshot")->required();
+        load->add_flag("--exact", m_Exact, "Delete instances that the snapshot does not have");
+        AddNoCommit(load);
+        CLI::App* const diff = Add("diff", "Show what differs from a snapshot",
+                                   [this] { return Snapshot::Diff(m_File, m_Path, m_Json); });
+        diff->add_option("FILE", m_File, "The snapshot")->required();
+        diff->add_option("PATH", m_Path, "Only what stands below it");
+    }
+
+    void AddNoCommit(CLI::App* command) {
+        command->add_flag("--no-commit", m_NoCommit, "Leave it staged for 'commit'");
+    }
+
+    // A verb that is followed by another.
+    CLI::App& AddGroup(const std::string& verb, const std::string& what) {
+        CLI::App* const group = m_App.add_subcommand(verb, what);
+        group->require_subcommand(1);
+        group->fallthrough();
+        return *group;
+    }
+
+    CLI::App* Add(const std::string& verb, const std::string& what, std::function<int()> run,
+                  CLI::App* group = nullptr) {
+        CLI::App* const command = (group != nullptr ? group : &m_App)->add_subcommand(verb, what);
         command->callback([this, run = std::move(run)] { m_Run = run; });
         return command;
     }
@@ -96,6 +189,9 @@ private:
     std::function<int()> m_Run;
     bool m_Json = false;
     bool m_NoCommit = false;
+    bool m_Exact = false;
+    std::string m_Path;
+    std::string m_File = "-";
     std::vector<std::string> m_Names;
     std::string m_Prefix;
     std::optional<unsigned long> m_Count;

@@ -4,9 +4,7 @@
 
 #include <csignal>
 
-#include "ChildProcess.h"
-#include "GatewayProcess.h"
-#include "PrivateBus.h"
+#include "CliFixture.h"
 #include "RawPeer.h"
 
 namespace {
@@ -15,19 +13,6 @@ using testing::HasSubstr;
 using testing::StartsWith;
 
 const std::string LED = "Device.X_KAVEN_COM_General.LED.State";
-
-TFinished Cli(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), OSTELCLI);
-    return RunProgram(arguments);
-}
-
-class Ostelcli : public testing::Test {
-protected:
-    Ostelcli() : m_Gateway(OSTEL_GATEWAY) {}
-
-    PrivateBus m_Bus;
-    GatewayProcess m_Gateway;
-};
 
 TEST_F(Ostelcli, GetPrintsNameAndValue) {
     const TFinished get = Cli({"get", "Device.DeviceInfo.SerialNumber"});

@@ -1,0 +1,45 @@
+#include "Arguments.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include "Output.h"
+
+namespace Arguments {
+
+std::optional<TParams> Assignments(const std::vector<std::string>& arguments) {
+    TParams params;
+    for (const std::string& argument : arguments) {
+        const std::size_t equals = argument.find('=');
+        if (equals == std::string::npos || equals == 0) {
+            Output::Fail(argument + " is not NAME=VALUE", RC_INVALID_ARGUMENT);
+            return std::nullopt;
+        }
+        params.push_back({argument.substr(0, equals), argument.substr(equals + 1)});
+    }
+    return params;
+}
+
+std::optional<std::string> ReadAll(const std::string& file) {
+    std::ostringstream text;
+    if (file == "-") {
+        text << std::cin.rdbuf();
+        return text.str();
+    }
+    errno = 0;
+    std::ifstream input(file, std::ios::binary);
+    if (input.peek() != std::ifstream::traits_type::eof()) {
+        text << input.rdbuf();
+    }
+    // A directory can be opened, but not read.
+    if (!input.is_open() || input.bad()) {
+        Output::Complain(file + ": " + std::strerror(errno != 0 ? errno : EIO));
+        return std::nullopt;
+    }
+    return text.str();
+}
+
+}  // namespace Arguments

@@ -1,0 +1,393 @@
+#include "Snapshot.h"
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <set>
+#include <tuple>
+#include <utility>
+
+#include "Arguments.h"
+#include "Output.h"
+#include "Progress.h"
+#include "TOstelApplication.h"
+
+namespace Snapshot {
+
+namespace {
+
+using Arguments::TParams;
+
+constexpr int DIFFERENT = 1;
+
+TOstelApplication& Application() {
+    return *TOstelApplication::GetInstance();
+}
+
+struct TSnapshot {
+    std::string root;
+    TParams params;
+};
+
+tOstelReturnCode Read(const std::string& path, TParams& params) {
+    const TProgress progress("reading " + path);
+    return Application().GetParam(path, params);
+}
+
+bool IsPairs(const TOstelJsonObject& document) {
+    const auto type = document.GetSequenceType("PARAMS");
+    if (type != TOstelJsonObject::JSON_TYPE_OBJECT && type != TOstelJsonObject::JSON_TYPE_NULL) {
+        return false;
+    }
+    std::vector<TOstelJsonObject> params;
+    document.GetPropertySequence("PARAMS", params);
+    return std::all_of(params.begin(), params.end(), [](const TOstelJsonObject& param) {
+        return param.GetPropertyType("NAME") == TOstelJsonObject::JSON_TYPE_STRING &&
+               param.GetPropertyType("VALUE") == TOstelJsonObject::JSON_TYPE_STRING;
+    });
+}
+
+// The snapshot in a file, or the exit status when there is none.
+std::pair<std::optional<TSnapshot>, int> Open(const std::string& file) {
+    const std::optional<std::string> text = Arguments::ReadAll(file);
+    if (!text) {
+        return {std::nullopt, Output::NO_FILE};
+    }
+    TOstelJsonObject document;
+    if (!document.DecodeFromString(*text)) {
+        const std::string& cause = document.GetErrorText();
+        Output::Complain(file + ": " + (cause.empty() ? "the file is empty" : cause));
+        return {std::nullopt, Output::MALFORMED_FILE};
+    }
+    if (document.GetPropertyType("ROOT") != TOstelJsonObject::JSON_TYPE_STRING ||
+        !IsPairs(document)) {
+        Output::Complain(file + ": not a snapshot, which holds \"ROOT\" and \"PARAMS\"");
+        return {std::nullopt, Output::MALFORMED_FILE};
+    }
+    TSnapshot snapshot;
+    snapshot.root = document.GetPropertyValue<std::string>("ROOT", "");
+    Application().PopulateParamArray(document, snapshot.params);
+    return {snapshot, 0};
+}
+
+bool IsNumber(const std::string& element) {
+    return !element.empty() && element.find_first_not_of("0123456789") == std::string::npos;
+}
+
+// The paths of all instances that a name stands in, the outer ones first.
+std::vector<std::string> InstancesOf(const std::string& name) {
+    std::vector<std::string> instances;
+    std::size_t start = 0;
+    for (std::size_t point = name.find('.'); point != std::string::npos;
+         point = name.find('.', start)) {
+        if (IsNumber(name.substr(start, point - start))) {
+            instances.push_back(name.substr(0, point + 1));
+        }
+        start = point + 1;
+    }
+    return instances;
+}
+
+std::set<std::string> InstancesIn(const TParams& params) {
+    std::set<std::string> instances;
+    for (const auto& param : params) {
+        for (std::string& instance : InstancesOf(param.name)) {
+            instances.insert(std::move(instance));
+        }
+    }
+    return instances;
+}
+
+// A parameter whose values differ; it may be missing on either side.
+struct TDifference {
+    std::string name;
+    std::optional<std::string> file;
+    std::optional<std::string> device;
+};
+
+// In the file's order, then what only the device has.
+std::vector<TDifference> Compare(const TParams& file, const TParams& device,
+                                 const std::string& root) {
+    std::map<std::string, std::string> values;
+    for (const auto& param : device) {
+        values.emplace(param.name, param.value);
+    }
+    std::vector<TDifference> differences;
+    std::set<std::string> inFile;
+    for (const auto& param : file) {
+        if (param.name.compare(0, root.size(), root) != 0) {
+            continue;
+        }
+        inFile.insert(param.name);
+        const auto there = values.find(param.name);
+        if (there == values.end()) {
+            differences.push_back({param.name, param.value, std::nullopt});
+        } else if (there->second != param.value) {
+            differences.push_back({param.name, param.value, there->second});
+        }
+    }
+    for (const auto& param : device) {
+        if (inFile.count(param.name) == 0) {
+            differences.push_back({param.name, std::nullopt, param.value});
+        }
+    }
+    return differences;
+}
+
+void Print(const std::vector<TDifference>& differences, bool json) {
+    std::vector<TOstelJsonObject> documents;
+    for (const TDifference& difference : differences) {
+        TOstelJsonObject& document = documents.emplace_back();
+        document.SetPropertyValue("NAME", difference.name);
+        for (const auto& [sign, member, value] :
+             {std::make_tuple("- ", "FILE", difference.file),
+              std::make_tuple("+ ", "DEVICE", difference.device)}) {
+            if (value && json) {
+                document.SetPropertyValue(member, *value);
+            } else if (value) {
+                Output::Print(sign + difference.name + "  " + *value);
+            }
+        }
+    }
+    if (json) {
+        TOstelJsonObject document;
+        document.SetPropertySequence("DIFFERENCES", documents);
+        Output::Print(document);
+    }
+}
+
+// One run of `load`. Everything is staged first; what was staged is taken back when a value is
+// refused, so that nothing half done is left for somebody else's commit.
+class TLoad {
+public:
+    TLoad(TSnapshot snapshot, bool exact) : m_Snapshot(std::move(snapshot)), m_Exact(exact) {}
+
+    // The exit status.
+    int Stage() {
+        TParams current;
+        const tOstelReturnCode code = Read(m_Snapshot.root, current);
+        // An instance that is the root itself may be what is missing.
+        if (code != RC_SUCCESS && code != RC_INVALID_PARAM_NAME) {
+            return Output::Fail(m_Snapshot.root, code);
+        }
+        for (const auto& param : current) {
+            m_Device.emplace(param.name, param.value);
+        }
+        m_DeviceInstances = InstancesIn(current);
+        AddKnownObjects();
+        TProgress progress("staging " + m_Snapshot.root, m_Snapshot.params.size());
+        for (const auto& param : m_Snapshot.params) {
+            const int status = StageOne(param);
+            if (status != 0) {
+                TakeBack();
+                return status;
+            }
+            progress.Advance();
+        }
+        if (!m_Missing.empty() && m_Missing.size() == m_Snapshot.params.size()) {
+            return Output::Fail(m_Snapshot.root, RC_INVALID_PARAM_NAME);
+        }
+        if (m_Exact) {
+            DeleteOthers();
+        }
+        return 0;
+    }
+
+    void Report(bool json) const {
+        for (const std::string& name : m_LeftAlone) {
+            Output::Complain(name + " differs and is read-only; left as it is");
+        }
+        for (const std::string& name : m_Missing) {
+            Output::Complain(name + " is not on the device; left out");
+        }
+        const std::pair<const char*, std::size_t> counts[] = {{"WRITTEN", m_Written.size()},
+                                                              {"ADDED", m_Added.size()},
+                                                              {"DELETED", m_Deleted},
+                                                              {"READ_ONLY", m_LeftAlone.size()},
+                                                              {"MISSING", m_Missing.size()}};
+        if (json) {
+            TOstelJsonObject document;
+            for (const auto& [name, count] : counts) {
+                document.SetPropertyValue(name, static_cast<unsigned int>(count));
+            }
+            Output::Print(document);
+            return;
+        }
+        Output::Print(std::to_string(m_Written.size()) + " values written, " +
+                      std::to_string(m_Added.size()) + " instances added, " +
+                      std::to_string(m_Deleted) + " deleted");
+    }
+
+private:
+    // Instances without a single parameter are told by the tree only.
+    void AddKnownObjects() {
+        std::vector<std::string> names;
+        if (Application().GetObjectTree(m_Snapshot.root, names) != RC_SUCCESS) {
+            return;
+        }
+        for (const std::string& name : names) {
+            for (std::string& instance : InstancesOf(name)) {
+                m_DeviceInstances.insert(std::move(instance));
+            }
+        }
+    }
+
+    // Where a name of the file is to be found on the device; nothing when an instance can't be had.
+    std::optional<std::string> Place(const std::string& name) {
+        std::string place = name;
+        for (const std::string& instance : InstancesOf(name)) {
+            const std::optional<std::string> there = PlaceInstance(instance);
+            if (!there) {
+                return std::nullopt;
+            }
+            place = *there + name.substr(instance.size());
+        }
+        return place;
+    }
+
+    std::optional<std::string> PlaceInstance(const std::string& instance) {
+        const auto known = m_Places.find(instance);
+        if (known != m_Places.end()) {
+            return known->second;
+        }
+        std::optional<std::string>& place = m_Places[instance];
+        if (m_DeviceInstances.count(instance) != 0) {
+            place = instance;
+            return place;
+        }
+        const std::size_t number = instance.rfind('.', instance.size() - 2) + 1;
+        const std::optional<std::string> table = Place(instance.substr(0, number));
+        int id = 0;
+        if (table && Application().AddObject(*table, id) == RC_SUCCESS) {
+            place = *table + std::to_string(id) + ".";
+            m_Added.push_back(*place);
+        }
+        return m_Places[instance] = place;
+    }
+
+    int StageOne(const TOstelApplication::TOstelAppParam& param) {
+        const auto current = m_Device.find(param.name);
+        if (current != m_Device.end() && current->second == param.value) {
+            return 0;
+        }
+        const std::optional<std::string> name = Place(param.name);
+        if (!name) {
+            m_Missing.push_back(param.name);
+            return 0;
+        }
+        const tOstelReturnCode code = Application().SetParam(*name, param.value, false);
+        if (code == RC_SUCCESS) {
+            m_Written.push_back(*name);
+        } else if (code == RC_NOT_SUPPORTED) {
+            // In an instance that was just added these come from the device itself.
+            if (current != m_Device.end()) {
+                m_LeftAlone.push_back(*name);
+            }
+        } else if (code == RC_INVALID_PARAM_NAME) {
+            m_Missing.push_back(param.name);
+        } else {
+            return Output::Fail(*name, code);
+        }
+        return 0;
+    }
+
+    void DeleteOthers() {
+        const std::set<std::string> wanted = InstancesIn(m_Snapshot.params);
+        std::string deleted;
+        for (const std::string& instance : m_DeviceInstances) {
+            // What stands inside of a deleted instance goes with it, and is next in order.
+            const bool isInside =
+                !deleted.empty() && instance.compare(0, deleted.size(), deleted) == 0;
+            if (isInside || wanted.count(instance) != 0 ||
+                instance.compare(0, m_Snapshot.root.size(), m_Snapshot.root) != 0) {
+                continue;
+            }
+            const tOstelReturnCode code = Application().RemoveObject(instance);
+            if (code == RC_SUCCESS) {
+                deleted = instance;
+                ++m_Deleted;
+            } else {
+                Output::Complain(instance + " cannot be deleted: " + Output::CodeText(code));
+            }
+        }
+    }
+
+    void TakeBack() {
+        for (const std::string& name : m_Written) {
+            const auto old = m_Device.find(name);
+            if (old != m_Device.end()) {
+                Application().SetParam(name, old->second, false);
+            }
+        }
+        for (auto added = m_Added.rbegin(); added != m_Added.rend(); ++added) {
+            Application().RemoveObject(*added);
+        }
+    }
+
+    const TSnapshot m_Snapshot;
+    const bool m_Exact;
+    std::map<std::string, std::string> m_Device;
+    std::set<std::string> m_DeviceInstances;
+    std::map<std::string, std::optional<std::string>> m_Places;  // of the file's instances
+    std::vector<std::string> m_Written;
+    std::vector<std::string> m_Added;
+    std::vector<std::string> m_LeftAlone;
+    std::vector<std::string> m_Missing;
+    std::size_t m_Deleted = 0;
+};
+
+}  // namespace
+
+int Save(const std::string& path, bool json) {
+    TParams params;
+    const tOstelReturnCode code = Read(path, params);
+    if (code != RC_SUCCESS) {
+        return Output::Fail(path, code);
+    }
+    TOstelJsonObject document;
+    document.SetPropertyValue("ROOT", path);
+    Application().ParamArrayToJson(params, document);
+    if (json) {
+        Output::Print(document);
+    } else {
+        Output::PrintIndented(document);
+    }
+    return 0;
+}
+
+int Load(const std::string& file, bool exact, bool commit, bool json) {
+    auto [snapshot, status] = Open(file);
+    if (!snapshot) {
+        return status;
+    }
+    TLoad load(*snapshot, exact);
+    status = load.Stage();
+    if (status != 0) {
+        return status;
+    }
+    const tOstelReturnCode code = commit ? Application().Commit() : RC_SUCCESS;
+    if (code != RC_SUCCESS) {
+        return Output::Fail("commit", code);
+    }
+    load.Report(json);
+    return 0;
+}
+
+int Diff(const std::string& file, const std::string& path, bool json) {
+    auto [snapshot, status] = Open(file);
+    if (!snapshot) {
+        return status;
+    }
+    const std::string root = path.empty() ? snapshot->root : path;
+    TParams current;
+    const tOstelReturnCode code = Read(root, current);
+    // What is only in the file is a difference as well.
+    if (code != RC_SUCCESS && code != RC_INVALID_PARAM_NAME) {
+        return Output::Fail(root, code);
+    }
+    const std::vector<TDifference> differences = Compare(snapshot->params, current, root);
+    Print(differences, json);
+    return differences.empty() ? 0 : DIFFERENT;
+}
+
+}  // namespace Snapshot

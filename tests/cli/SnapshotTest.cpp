@@ -1,0 +1,192 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "CliFixture.h"
+#include "TempDir.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+const std::string LED = "Device.X_KAVEN_COM_General.LED.";
+const std::string MAPPINGS = "Device.NAT.PortMapping.";
+
+class Snapshot : public Ostelcli {
+protected:
+    std::string Save(const std::string& path) {
+        const TFinished save = Cli({"save", path});
+        EXPECT_EQ(save.status, 0) << save.errors;
+        return Write(save.output);
+    }
+
+    std::string Write(const std::string& text) {
+        std::string file = m_Dir.File("snapshot" + std::to_string(++m_Count) + ".json");
+        std::ofstream(file) << text;
+        return file;
+    }
+
+    static std::string Value(const std::string& name) {
+        const std::string line = Cli({"get", name}).output;
+        const std::size_t blanks = line.find("  ");
+        return blanks == std::string::npos ? "not there"
+                                           : line.substr(blanks + 2, line.size() - blanks - 3);
+    }
+
+    TempDir m_Dir;
+    int m_Count = 0;
+};
+
+TEST_F(Snapshot, SaveWritesRootAndParameters) {
+    EXPECT_EQ(Cli({"save", "Device.DeviceInfo.MemoryStatus."}).output,
+              "{\n  \"ROOT\": \"Device.DeviceInfo.MemoryStatus.\",\n  \"PARAMS\": [\n    {\n"
+              "      \"NAME\": \"Device.DeviceInfo.MemoryStatus.Total\",\n"
+              "      \"VALUE\": \"524288\"\n    },\n    {\n"
+              "      \"NAME\": \"Device.DeviceInfo.MemoryStatus.Free\",\n"
+              "      \"VALUE\": \"262144\"\n    }\n  ]\n}\n");
+    EXPECT_EQ(Cli({"--json", "save", LED + "State"}).output,
+              R"({"ROOT":")" + LED + R"(State","PARAMS":[{"NAME":")" + LED +
+                  R"(State","VALUE":"ON"}]})"
+                  "\n");
+    EXPECT_EQ(Cli({"save", "Device.Nothing."}).status, 4);
+}
+
+TEST_F(Snapshot, LoadRestoresWhatDiffers) {
+    const std::string file = Save("Device.");
+    EXPECT_EQ(Cli({"set", LED + "State=BLINK", LED + "Brightness=3"}).status, 0);
+    EXPECT_EQ(Cli({"diff", file}).status, 1);
+    const TFinished load = Cli({"load", file});
+    EXPECT_EQ(load.status, 0);
+    EXPECT_EQ(load.output, "2 values written, 0 instances added, 0 deleted\n");
+    EXPECT_EQ(load.errors, "");
+    EXPECT_EQ(Value(LED + "State"), "ON");
+    EXPECT_EQ(Cli({"diff", file}).status, 0);
+}
+
+TEST_F(Snapshot, LoadLeavesItStagedWhenToldSo) {
+    const std::string file = Save(LED);
+    EXPECT_EQ(Cli({"set", LED + "State=BLINK"}).status, 0);
+    EXPECT_EQ(Cli({"load", file, "--no-commit"}).status, 0);
+    EXPECT_EQ(Value(LED + "State"), "BLINK");
+    EXPECT_EQ(Cli({"commit"}).status, 0);
+    EXPECT_EQ(Value(LED + "State"), "ON");
+}
+
+TEST_F(Snapshot, LoadLeavesReadOnlyParametersAlone) {
+    const std::string file = Write(R"({"ROOT":"Device.","PARAMS":[
+        {"NAME":"Device.DeviceInfo.SerialNumber","VALUE":"other"},
+        {"NAME":"Device.Gone.Parameter","VALUE":"x"},
+        {"NAME":")" + LED + R"(State","VALUE":"PULSE"}]})");
+    const TFinished load = Cli({"load", file});
+    EXPECT_EQ(load.status, 0);
+    EXPECT_EQ(load.errors,
+              "ostelcli: Device.DeviceInfo.SerialNumber differs and is read-only; left as it is\n"
+              "ostelcli: Device.Gone.Parameter is not on the device; left out\n");
+    EXPECT_EQ(Value(LED + "State"), "PULSE");
+    EXPECT_THAT(Cli({"--json", "load", file}).output,
+                HasSubstr(R"({"WRITTEN":0,"ADDED":0,"DELETED":0,"READ_ONLY":1,"MISSING":1})"));
+}
+
+TEST_F(Snapshot, LoadTakesEverythingBackWhenAValueIsRefused) {
+    const std::string file = Write(R"({"ROOT":"Device.","PARAMS":[
+        {"NAME":")" + LED + R"(State","VALUE":"PULSE"},
+        {"NAME":")" + MAPPINGS + R"(77.Description","VALUE":"new"},
+        {"NAME":")" + LED + R"(Brightness","VALUE":"very"}]})");
+    const std::string before = Cli({"get", "Device."}).output;
+    const TFinished load = Cli({"load", file});
+    EXPECT_EQ(load.status, 5);
+    EXPECT_EQ(load.errors, "ostelcli: " + LED + "Brightness: RC_INVALID_PARAM_VALUE (5)\n");
+    EXPECT_EQ(Cli({"commit"}).status, 0);
+    EXPECT_EQ(Cli({"get", "Device."}).output, before);
+}
+
+TEST_F(Snapshot, LoadAddsMissingInstancesUnderNewNumbers) {
+    EXPECT_EQ(Cli({"add", MAPPINGS}).status, 0);
+    const std::string ids = Cli({"instances", MAPPINGS}).output;
+    const std::string last = ids.substr(ids.rfind('\n', ids.size() - 2) + 1);
+    const std::string instance = MAPPINGS + last.substr(0, last.size() - 1) + ".";
+    EXPECT_EQ(Cli({"set", instance + "Description=game"}).status, 0);
+    const std::string file = Save(MAPPINGS);
+    EXPECT_EQ(Cli({"delete", instance}).status, 0);
+    const TFinished load = Cli({"load", file});
+    EXPECT_EQ(load.status, 0);
+    EXPECT_THAT(load.output, HasSubstr("1 instances added"));
+    EXPECT_EQ(Value(instance + "Description"), "not there");
+    const std::string added = MAPPINGS + std::to_string(std::stoi(last) + 1) + ".";
+    EXPECT_EQ(Value(added + "Description"), "game");
+}
+
+TEST_F(Snapshot, LoadRestoresADeletedInstanceByItself) {
+    const std::string instance = MAPPINGS + "1.";
+    const std::string description = Value(instance + "Description");
+    const std::string file = Save(instance);
+    EXPECT_EQ(Cli({"delete", instance}).status, 0);
+    EXPECT_EQ(Cli({"load", file}).status, 0);
+    EXPECT_THAT(Cli({"get", MAPPINGS + "*.Description"}).output, HasSubstr(description));
+}
+
+TEST_F(Snapshot, LoadDeletesOtherInstancesOnlyWhenToBeExact) {
+    const std::string file = Save(MAPPINGS);
+    const std::string before = Cli({"instances", MAPPINGS}).output;
+    EXPECT_EQ(Cli({"add", MAPPINGS}).status, 0);
+    EXPECT_THAT(Cli({"load", file}).output, HasSubstr(" 0 deleted"));
+    EXPECT_NE(Cli({"instances", MAPPINGS}).output, before);
+    EXPECT_THAT(Cli({"load", file, "--exact"}).output, HasSubstr(" 1 deleted"));
+    EXPECT_EQ(Cli({"instances", MAPPINGS}).output, before);
+    EXPECT_EQ(Cli({"diff", file}).status, 0);
+}
+
+TEST_F(Snapshot, DiffShowsBothSides) {
+    const std::string file = Save("Device.X_KAVEN_COM_General.");
+    const TFinished none = Cli({"diff", file});
+    EXPECT_EQ(none.status, 0);
+    EXPECT_EQ(none.output, "");
+    EXPECT_EQ(Cli({"set", LED + "State=BLINK"}).status, 0);
+    const TFinished diff = Cli({"diff", file});
+    EXPECT_EQ(diff.status, 1);
+    EXPECT_EQ(diff.output, "- " + LED + "State  ON\n+ " + LED + "State  BLINK\n");
+    EXPECT_EQ(Cli({"diff", file, "--json"}).output, R"({"DIFFERENCES":[{"NAME":")" + LED +
+                                                        R"(State","FILE":"ON","DEVICE":"BLINK"}]})"
+                                                        "\n");
+    EXPECT_EQ(Cli({"diff", file, "Device.X_KAVEN_COM_General.Storage."}).status, 0);
+    EXPECT_EQ(Cli({"diff", file, LED}).status, 1);
+}
+
+TEST_F(Snapshot, DiffShowsWhatIsOnOneSideOnly) {
+    const std::string file = Write(R"({"ROOT":"Device.DeviceInfo.MemoryStatus.","PARAMS":[
+        {"NAME":"Device.DeviceInfo.MemoryStatus.Total","VALUE":"524288"},
+        {"NAME":"Device.DeviceInfo.MemoryStatus.Used","VALUE":"1"}]})");
+    EXPECT_EQ(Cli({"diff", file}).output,
+              "- Device.DeviceInfo.MemoryStatus.Used  1\n"
+              "+ Device.DeviceInfo.MemoryStatus.Free  262144\n");
+}
+
+TEST_F(Snapshot, SaysThatAFileIsNone) {
+    const struct {
+        std::string file;
+        int status;
+        const char* error;
+    } cases[] = {
+        {m_Dir.File("missing"), 66, "No such file or directory"},
+        {Write(""), 65, "the file is empty"},
+        {Write("{"), 65, "snapshot2.json: "},
+        {Write("{}"), 65, "not a snapshot"},
+        {Write(R"({"ROOT":"Device."})"), 65, "not a snapshot"},
+        {Write(R"({"ROOT":"Device.","PARAMS":[5]})"), 65, "not a snapshot"},
+        {Write(R"({"ROOT":"Device.","PARAMS":[{"NAME":"x"}]})"), 65, "not a snapshot"},
+        {Write(std::string(100000, '[')), 65, "snapshot"},
+    };
+    for (const auto& one : cases) {
+        for (const char* verb : {"load", "diff"}) {
+            const TFinished result = Cli({verb, one.file});
+            EXPECT_EQ(result.status, one.status) << verb << " " << one.file;
+            EXPECT_THAT(result.errors, HasSubstr(one.error)) << verb;
+        }
+    }
+    const std::string unknown =
+        Write(R"({"ROOT":"Device.X.","PARAMS":[{"NAME":"Device.X.Y","VALUE":"1"}]})");
+    EXPECT_EQ(Cli({"load", unknown}).status, 4);
+}
+
+}  // namespace
