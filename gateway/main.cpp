@@ -118,6 +118,9 @@ void Serve(const TOptions& options) {
     TStore store(options.state);
     Restore(model, store);
 
+    // Counted before requests can change it.
+    const std::size_t size = model.Size();
+
     TOstelApplication& application = *TOstelApplication::GetInstance();
     TOstelIpc& ipc = *getOstelIpcInstance();
     const auto send = [&](const std::string& name, const std::string& data) {
@@ -132,7 +135,7 @@ void Serve(const TOptions& options) {
             "cannot connect to the bus (DBUS_SYSTEM_BUS_ADDRESS names another than the system's)");
     }
     const std::unique_ptr<TPresence> presence = WatchPresence(send);
-    std::cout << "ostel-gateway: ready, " << model.Size() << " parameters" << std::endl;
+    std::cout << "ostel-gateway: ready, " << size << " parameters" << std::endl;
     stopSignals.Wait();
 }
 

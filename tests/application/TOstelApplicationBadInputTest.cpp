@@ -5,6 +5,7 @@
 
 #include "ApplicationTest.h"
 #include "TOstelJsonObject.h"
+#include "ostelAppLib.h"
 
 namespace {
 
@@ -80,6 +81,50 @@ std::vector<TReader> Readers() {
              std::unordered_map<std::string, std::vector<std::pair<int, int>>> map;
              const int code = app.GetIndexMap(map);
              size = map.size();
+             return code;
+         }},
+        {"FlatGetParam", "GET_PARAM",
+         [](auto&, auto& size) {
+             tOstelAppLibParamRequest request = {};
+             const int code = ostelAppLibGetParam(&request);
+             size = request.array.count;
+             ostelAppLibReleaseParamRequest(&request);
+             return code;
+         }},
+        {"FlatGetParamArray", "GET_PARAM_ARRAY",
+         [](auto&, auto& size) {
+             tOstelAppLibParamArray array = {};
+             ostelAppLibAllocateParamArray(&array, 1);
+             array.params[0] = {};
+             const int code = ostelAppLibGetParamArray(&array);
+             size = code == RC_SUCCESS ? array.count : 0;
+             ostelAppLibReleaseParamArray(&array);
+             return code;
+         }},
+        {"FlatGetObject", "GET_OBJECT",
+         [](auto&, auto& size) {
+             tOstelAppLibObjectRequest request = {};
+             ostelAppLibAllocateObjectRequest(&request, 1);
+             request.params.params[0] = {};
+             const int code = ostelAppLibGetObject(&request);
+             size = code == RC_SUCCESS ? request.params.count : 0;
+             ostelAppLibReleaseObjectRequest(&request);
+             return code;
+         }},
+        {"FlatGetObjectIds", "GET_OBJECT_INSTANCES",
+         [](auto&, auto& size) {
+             tOstelAppLibObjectIdsRequest request = {};
+             const int code = ostelAppLibGetObjectIds(&request);
+             size = request.count;
+             ostelAppLibReleaseObjectIdsRequest(&request);
+             return code;
+         }},
+        {"FlatGetIndexMapping", "GET_INDEX_MAP",
+         [](auto&, auto& size) {
+             tOstelAppLibIndexMapRequest request = {};
+             const int code = ostelAppLibGetIndexMapping(&request);
+             size = request.count;
+             ostelAppLibReleaseIndexMapRequest(&request);
              return code;
          }},
     };
