@@ -1,10 +1,9 @@
 // The records of the flat interface are converted to the application object's texts and lists and
-// back here; everything else is the application object's work. Wildcards are at the end.
+// back here; everything else is the application object's work.
 #include "ostelAppLib.h"
 
 #include <algorithm>
 #include <cstring>
-#include <exception>
 #include <mutex>
 #include <new>
 #include <stdexcept>
@@ -19,11 +18,12 @@
 #include "TOstelIpc.h"
 #include "TOstelJsonObject.h"
 #include "TOstelLogger.h"
+#include "ostelAppLibRecords.h"
 #include "zt_logging.h"
 
-namespace {
+using namespace ostel_app_lib;
 
-using TParams = std::vector<TOstelApplication::TOstelAppParam>;
+namespace {
 
 // Forwards the application object's notifications to the three callbacks. The mutex is recursive
 // so that a callback may subscribe and unsubscribe.
@@ -110,62 +110,6 @@ private:
 // object: they are there before any thread of the application can race for them.
 TNotifier theNotifier;
 
-// Runs `work`; what it throws is logged and must not reach a C caller.
-template <typename Work>
-tOstelReturnCode Guarded(Work work) noexcept {
-    try {
-        return work();
-    } catch (const std::exception& error) {
-        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", error.what());
-    } catch (...) {
-        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", "Unknown exception");
-    }
-    return RC_RUNTIME_ERROR;
-}
-
-template <std::size_t N>
-std::string Text(const char (&field)[N]) {
-    return std::string(field, strnlen(field, N));
-}
-
-template <std::size_t N>
-void SetText(char (&field)[N], const std::string& text) {
-    std::strncpy(field, text.c_str(), N - 1);
-    field[N - 1] = '\0';
-}
-
-// An array of the caller's record; null when there is no memory for it, whatever the count.
-template <typename T>
-T* NewArray(std::size_t count) noexcept {
-    try {
-        return new T[count];
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-
-template <typename T>
-void Release(T*& array, std::uint32_t& count) noexcept {
-    delete[] array;
-    array = nullptr;
-    count = 0;
-}
-
-template <typename T>
-void Allocate(T*& array, std::uint32_t& count, std::size_t wanted) noexcept {
-    Release(array, count);
-    array = NewArray<T>(wanted);
-    count = array == nullptr ? 0 : static_cast<std::uint32_t>(wanted);
-}
-
-template <typename T>
-void AllocateOrThrow(T*& array, std::uint32_t& count, std::size_t wanted) {
-    Allocate(array, count, wanted);
-    if (array == nullptr) {
-        throw std::bad_alloc();
-    }
-}
-
 TParams ToList(const tOstelAppLibParamArray& array) {
     TParams list(array.count);
     for (std::size_t i = 0; i < list.size(); ++i) {
@@ -173,14 +117,6 @@ TParams ToList(const tOstelAppLibParamArray& array) {
         list[i].value = Text(array.params[i].value);
     }
     return list;
-}
-
-void Refill(tOstelAppLibParamArray& array, const TParams& list) {
-    AllocateOrThrow(array.params, array.count, list.size());
-    for (std::size_t i = 0; i < list.size(); ++i) {
-        SetText(array.params[i].name, list[i].name);
-        SetText(array.params[i].value, list[i].value);
-    }
 }
 
 void TakeIndexMap(tOstelAppLibIndexMap& map, const std::string& name,
@@ -501,33 +437,5 @@ void ostelAppLibReleaseObjectIdsRequest(tOstelAppLibObjectIdsRequest* request) {
 void ostelAppLibReleaseIndexMapRequest(tOstelAppLibIndexMapRequest* request) {
     if (request != nullptr) {
         ReleaseIndexMaps(*request);
-    }
-}
-
-bool patternMatch(std::string pattern, std::string name, int* index) {
-    const std::size_t star = pattern.find('*');
-    const std::string segmentAndSuffix = name.size() > star ? name.substr(star) : std::string();
-    // Throws when the name has no point there, and for a pattern without "*".
-    const std::string suffix = name.substr(name.find('.', star));
-    const std::string patternSuffix = pattern.substr(star + 1);
-    name.resize(std::min(star, name.size()));
-    pattern.resize(star);
-    if (pattern != name || patternSuffix != suffix) {
-        return false;
-    }
-    if (index != nullptr) {
-        *index = std::stoi(segmentAndSuffix.substr(0, segmentAndSuffix.size() - suffix.size()));
-    }
-    return true;
-}
-
-void getWildcardIndices(std::string pattern, std::vector<std::string> names,
-                        std::vector<int>& indices) {
-    const std::string wanted = std::move(pattern);
-    for (std::string& name : names) {
-        int index = 0;
-        if (patternMatch(wanted, std::move(name), &index)) {
-            indices.push_back(index);
-        }
     }
 }

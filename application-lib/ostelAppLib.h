@@ -141,6 +141,20 @@ OSTEL_API tOstelReturnCode ostelAppLibGetLongParam(tOstelAppLibLongParamRequest*
 OSTEL_API tOstelReturnCode ostelAppLibSetLongParam(const tOstelAppLibLongParamRequest* request,
                                                    bool commit);
 
+/* Requests to the other unit that `remote` names by its address: one connection each, over mutual
+ * TLS where this unit has certificates (see TOstelApplication.h, also for when it goes
+ * unencrypted). RC_SUCCESS or RC_FAILURE only; a null argument is an RC_FAILURE, too. There is no
+ * time limit on a unit that accepts and says nothing. */
+/* A single parameter comes in `name` and `value`; several come in `array`, with isArray set; none
+ * leave the record as it was. Release with ostelAppLibReleaseParamRequest. */
+OSTEL_API tOstelReturnCode ostelAppLibGetParamRemote(tOstelAppLibParamRequest* request);
+OSTEL_API tOstelReturnCode ostelAppLibSetParamRemote(const tOstelAppLibParamRequest* request,
+                                                     bool commit);
+OSTEL_API tOstelReturnCode ostelAppLibCommitRemote(const char* remote);
+/* Releases `value` and fills it with the file of that name; `size` is the file's, without a NUL.
+ * Release with ostelAppLibReleaseLongParamRemote. */
+OSTEL_API tOstelReturnCode ostelAppLibGetFileRemote(tOstelAppLibLongParamRequest* request);
+
 /* Allocation and release; a null record is left alone. Allocating releases what was there; the new
  * elements are not cleared. What cannot be allocated leaves the record empty: null and 0. */
 OSTEL_API void ostelAppLibAllocateParamArray(tOstelAppLibParamArray* array, uint32_t count);

@@ -1,0 +1,122 @@
+// The flat interface's requests to another unit.
+#include <cstring>
+#include <memory>
+
+#include "RemoteTest.h"
+#include "ostelAppLib.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+class OstelAppLibRemote : public RemoteTest {
+protected:
+    ~OstelAppLibRemote() override {
+        ostelAppLibReleaseParamRequest(&m_Request);
+        ostelAppLibReleaseLongParamRemote(&m_File);
+    }
+
+    void Ask(const TlsPeer& peer, const char* name) {
+        std::strcpy(m_Request.remote, peer.Host().c_str());
+        std::strcpy(m_Request.name, name);
+        std::strcpy(m_File.remote, peer.Host().c_str());
+        std::strcpy(m_File.name, name);
+    }
+
+    tOstelAppLibParamRequest m_Request{};
+    tOstelAppLibLongParamRequest m_File{};
+};
+
+TEST_F(OstelAppLibRemote, TellsTheNameOfASingleParameterToo) {
+    const TlsPeer peer(
+        {}, TlsPeer::Framed(R"({"PARAMS":[{"NAME":"Device.A","VALUE":"1"}],"STATUS":"OK"})"));
+    Ask(peer, "Device.");
+    EXPECT_EQ(ostelAppLibGetParamRemote(&m_Request), RC_SUCCESS);
+    EXPECT_STREQ(m_Request.name, "Device.A");
+    EXPECT_STREQ(m_Request.value, "1");
+    EXPECT_FALSE(m_Request.isArray);
+    EXPECT_THAT(peer.Requests(), ElementsAre(R"({"REQUEST_TYPE":"GET_PARAM","NAME":"Device."})"));
+}
+
+TEST_F(OstelAppLibRemote, GivesSeveralParametersAsAnArray) {
+    const TlsPeer peer({}, TlsPeer::Framed(R"({"PARAMS":[{"NAME":"Device.A","VALUE":"1"},)"
+                                           R"({"NAME":"Device.B","VALUE":"2"}],"STATUS":"OK"})"));
+    Ask(peer, "Device.");
+    ostelAppLibAllocateParamArray(&m_Request.array, 7);
+    EXPECT_EQ(ostelAppLibGetParamRemote(&m_Request), RC_SUCCESS);
+    EXPECT_TRUE(m_Request.isArray);
+    ASSERT_EQ(m_Request.array.count, 2U);
+    EXPECT_STREQ(m_Request.array.params[1].name, "Device.B");
+    EXPECT_STREQ(m_Request.array.params[1].value, "2");
+    EXPECT_STREQ(m_Request.name, "Device.");
+}
+
+TEST_F(OstelAppLibRemote, TakesNoParameterForNoArray) {
+    const TlsPeer peer({}, TlsPeer::Framed(R"({"PARAMS":[],"STATUS":"OK"})"));
+    Ask(peer, "Device.");
+    EXPECT_EQ(ostelAppLibGetParamRemote(&m_Request), RC_SUCCESS);
+    EXPECT_FALSE(m_Request.isArray);
+    EXPECT_EQ(m_Request.array.params, nullptr);
+}
+
+TEST_F(OstelAppLibRemote, SetsAndCommits) {
+    const TlsPeer peer({}, TlsPeer::Framed(OK_REPLY));
+    Ask(peer, "Device.A");
+    std::strcpy(m_Request.value, "1");
+    EXPECT_EQ(ostelAppLibSetParamRemote(&m_Request, true), RC_SUCCESS);
+    EXPECT_EQ(ostelAppLibCommitRemote(m_Request.remote), RC_SUCCESS);
+    EXPECT_THAT(
+        peer.Requests(),
+        ElementsAre(R"({"REQUEST_TYPE":"SET_PARAM","NAME":"Device.A","VALUE":"1","COMMIT":true})",
+                    R"({"REQUEST_TYPE":"COMMIT"})"));
+}
+
+TEST_F(OstelAppLibRemote, FetchesAFileWithoutAddingANul) {
+    const TlsPeer peer({}, TlsPeer::Framed(OK_REPLY, std::string("a\0b", 3)));
+    Ask(peer, "log.txt");
+    ostelAppLibAllocateLongParamRequest(&m_File, 99);
+    EXPECT_EQ(ostelAppLibGetFileRemote(&m_File), RC_SUCCESS);
+    EXPECT_EQ(std::string(m_File.value, m_File.size), std::string("a\0b", 3));
+    EXPECT_THAT(peer.Requests(),
+                ElementsAre(R"({"REQUEST_TYPE":"GET_FILE","FILE_NAME":"log.txt"})"));
+}
+
+TEST_F(OstelAppLibRemote, FetchesAnEmptyFile) {
+    const TlsPeer peer({}, TlsPeer::Framed(OK_REPLY));
+    Ask(peer, "empty");
+    EXPECT_EQ(ostelAppLibGetFileRemote(&m_File), RC_SUCCESS);
+    EXPECT_EQ(m_File.size, 0U);
+}
+
+TEST_F(OstelAppLibRemote, LeavesTheRecordsAloneOnAFailure) {
+    const TlsPeer peer({}, TlsPeer::Framed(R"({"PARAMS":[{"NAME":"B"}],"STATUS":"FAILED"})", "x"));
+    Ask(peer, "Device.A");
+    ostelAppLibAllocateLongParamRequest(&m_File, 3);
+    const char* const value = m_File.value;
+    EXPECT_EQ(ostelAppLibGetParamRemote(&m_Request), RC_FAILURE);
+    EXPECT_EQ(ostelAppLibGetFileRemote(&m_File), RC_FAILURE);
+    EXPECT_STREQ(m_Request.name, "Device.A");
+    EXPECT_EQ(m_File.value, value);
+    EXPECT_EQ(m_File.size, 3U);
+}
+
+TEST_F(OstelAppLibRemote, NeedsAnAddress) {
+    std::strcpy(m_Request.name, "Device.A");
+    EXPECT_EQ(ostelAppLibGetParamRemote(&m_Request), RC_FAILURE);
+    EXPECT_EQ(ostelAppLibCommitRemote("unit.example"), RC_FAILURE);
+    EXPECT_THAT(Errors(), ElementsAre(" is not a valid IP", "unit.example is not a valid IP"));
+}
+
+TEST_F(OstelAppLibRemote, RefusesANullRequestInItsOwnWay) {
+    EXPECT_EQ(ostelAppLibGetParamRemote(nullptr), RC_FAILURE);
+    EXPECT_EQ(ostelAppLibSetParamRemote(nullptr, true), RC_FAILURE);
+    EXPECT_EQ(ostelAppLibCommitRemote(nullptr), RC_FAILURE);
+    EXPECT_EQ(ostelAppLibGetFileRemote(nullptr), RC_FAILURE);
+    EXPECT_THAT(RecordingLog::Texts(2),
+                ElementsAre("ostelAppLibGetParamRemote: the request is NULL",
+                            "ostelAppLibSetParamRemote: the request is NULL",
+                            "ostelAppLibCommitRemote: the request is NULL",
+                            "ostelAppLibGetFileRemote: the request is NULL"));
+}
+
+}  // namespace
