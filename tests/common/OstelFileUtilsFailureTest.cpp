@@ -1,0 +1,112 @@
+// Failures that no file system can be made to show. The calls that fail on demand take the place of
+// the system's own for the library as well, and so stand in a program of their own.
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+
+#include <cstdlib>
+#include <new>
+
+#include "FileUtilsTest.h"
+#include "OstelFileUtils.h"
+
+using namespace OstelFileUtils;
+
+namespace {
+
+std::size_t s_LargestAllocation = SIZE_MAX;
+bool s_IsChmodRefused = false;
+int s_OpendirCallsLeft = -1;  // -1: without end
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+    void* const memory = size <= s_LargestAllocation ? std::malloc(size) : nullptr;
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+extern "C" OSTEL_API int chmod(const char* path, mode_t mode) {
+    if (s_IsChmodRefused) {
+        errno = EPERM;
+        return -1;
+    }
+    using TChmod = int (*)(const char*, mode_t);
+    return reinterpret_cast<TChmod>(dlsym(RTLD_NEXT, "chmod"))(path, mode);
+}
+
+extern "C" OSTEL_API DIR* opendir(const char* path) {
+    if (s_OpendirCallsLeft == 0) {
+        errno = EMFILE;
+        return nullptr;
+    }
+    s_OpendirCallsLeft -= s_OpendirCallsLeft > 0 ? 1 : 0;
+    using TOpendir = DIR* (*)(const char*);
+    return reinterpret_cast<TOpendir>(dlsym(RTLD_NEXT, "opendir"))(path);
+}
+
+namespace {
+
+class FileUtilsFailure : public FileUtilsTest {
+protected:
+    ~FileUtilsFailure() override {
+        s_LargestAllocation = SIZE_MAX;
+        s_IsChmodRefused = false;
+        s_OpendirCallsLeft = -1;
+    }
+};
+
+TEST_F(FileUtilsFailure, ExhaustedMemoryEndsARead) {
+    const std::string file = Put("file", std::string(200000, 'x'));
+    const auto descriptor = open("/dev/null", O_RDONLY);
+    close(descriptor);
+    std::string text;
+    s_LargestAllocation = 100000;
+    EXPECT_FAILS(ReadFile(file, text), ENOMEM);
+    // The lowest number that is free is the same as before: the file is closed.
+    EXPECT_EQ(open("/dev/null", O_RDONLY), descriptor);
+    close(descriptor);
+}
+
+TEST_F(FileUtilsFailure, MemoryExhaustedWhileReadingKeepsWhatWasRead) {
+    // Has no size, so that the text grows with what is read.
+    const std::string fifo = File("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const int end = open(fifo.c_str(), O_RDWR);
+    ASSERT_EQ(write(end, std::string(60000, 'x').data(), 60000), 60000);
+    std::string text;
+    s_LargestAllocation = 40000;
+    EXPECT_FAILS(ReadFile(fifo, text), ENOMEM);
+    close(end);
+    EXPECT_EQ(text, std::string(text.size(), 'x'));
+    EXPECT_GE(text.size(), 8192U);
+}
+
+TEST_F(FileUtilsFailure, ATemporaryDirectoryWithoutItsModeIsRemovedAgain) {
+    std::string path = File("prefix");
+    s_IsChmodRefused = true;
+    EXPECT_FAILS(CreateTemporaryDirectory(path, 0700), EPERM);
+    EXPECT_EQ(path, File("prefix"));
+    EXPECT_TRUE(std::filesystem::is_empty(m_Dir.Path()));
+}
+
+TEST_F(FileUtilsFailure, GetFilesFailsWhenTheDirectoryHasGoneMeanwhile) {
+    Directory("d");
+    Put("d/file", "");
+    std::set<std::string> names;
+    s_OpendirCallsLeft = 1;  // for the look whether it is empty
+    EXPECT_FAILS(GetFiles(File("d/"), names), EMFILE);
+    EXPECT_TRUE(names.empty());
+}
+
+}  // namespace
