@@ -100,7 +100,8 @@ void StringToSequence(const std::string& s, std::vector<std::string>& out,
         // Plus one, not plus the delimiter's length: stored sequences are read back this way.
         start = match + 1;
     }
-    out.push_back(s.substr(start));
+    // An empty delimiter is found at the very end as well, and leads behind it.
+    out.push_back(s.substr(std::min(start, s.size())));
 }
 
 void LTrim(std::string& s, const std::string& chars) {
@@ -117,6 +118,9 @@ void Trim(std::string& s, const std::string& chars) {
 }
 
 std::string DemangleTypeName(const char* name) {
+    if (name == nullptr) {
+        return "";
+    }
     int status = -1;
     const std::unique_ptr<char, decltype(&std::free)> demangled(
         abi::__cxa_demangle(name, nullptr, nullptr, &status), &std::free);

@@ -10,6 +10,11 @@
 
 // Small helpers without state. All may be called from any thread, but TimeToLocalTimeString, which
 // shares localtime's one result with the rest of the process.
+//
+//     int port = 0;
+//     if (!OstelGenericUtils::StringToInteger(text, port)) {
+//         std::cerr << text << " is no number\n";
+//     }
 namespace OstelGenericUtils {
 
 // Base 10, as strtol and its kin read it: leading blanks and a sign are accepted, also for the
@@ -44,7 +49,7 @@ OSTEL_API void LTrim(std::string& s, const std::string& chars = " \t\r\n");
 OSTEL_API void RTrim(std::string& s, const std::string& chars = " \t\r\n");
 OSTEL_API void Trim(std::string& s, const std::string& chars = " \t\r\n");
 
-// `name` itself when it is not a type name.
+// `name` itself when it is not a type name; empty for null.
 OSTEL_API std::string DemangleTypeName(const char* name);
 
 // Digits and letters, from a generator of the calling thread.
@@ -63,7 +68,8 @@ OSTEL_API long GetSystemUpTime();
 OSTEL_API int PThreadCondInit(pthread_cond_t& cond);
 
 // What the shell command prints on its standard output, without the line feeds at its end; empty
-// when it could not be started. Blocks until the command ends.
+// when it could not be started. Blocks until the command ends. A signal handler without SA_RESTART
+// that runs on this thread meanwhile cuts the output short.
 OSTEL_API std::string RunCmd(const std::string& cmd);
 
 }  // namespace OstelGenericUtils

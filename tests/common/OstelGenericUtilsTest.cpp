@@ -1,6 +1,7 @@
 #include "OstelGenericUtils.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <climits>
 #include <cmath>
@@ -131,6 +132,9 @@ TEST(ReplaceSubstring, SkipsByTheLengthOfWhatItReplaced) {
     std::string inner = "abz";
     ReplaceSubstring(inner, "ab", "--a");
     EXPECT_EQ(inner, "--az");
+    std::string again = "abb";
+    ReplaceSubstring(again, "ab", "--a");
+    EXPECT_EQ(again, "----a");
 }
 
 TEST(Split, KeepsEmptyPiecesButNoEmptyLast) {
@@ -163,6 +167,12 @@ TEST(StringToSequence, AppendsEmptyTextsForEmptyInputAndTrailingDelimiter) {
     EXPECT_EQ(out, (std::vector<std::string>{"a", ""}));
 }
 
+TEST(StringToSequence, FindsAnEmptyDelimiterBehindEachCharacter) {
+    std::vector<std::string> out;
+    StringToSequence("ab", out, "");
+    EXPECT_EQ(out, (std::vector<std::string>{"", "", "", ""}));
+}
+
 TEST(Trim, TakesItsCharactersFromBothEnds) {
     std::string text = "--a-b--";
     LTrim(text, "-");
@@ -192,6 +202,7 @@ TEST(DemangleTypeName, NamesTypesAndLeavesTheRest) {
     EXPECT_EQ(DemangleTypeName(typeid(std::vector<int>*).name()),
               "std::vector<int, std::allocator<int> >*");
     EXPECT_EQ(DemangleTypeName("not a type name"), "not a type name");
+    EXPECT_EQ(DemangleTypeName(nullptr), "");
 }
 
 TEST(GetRandomAlphaNumString, HasTheLengthAndTheAlphabet) {
@@ -284,6 +295,16 @@ TEST(RunCmd, ReturnsTheOutputWithoutTrailingLineFeeds) {
 
 TEST(RunCmd, ReadsMoreThanOneChunk) {
     EXPECT_EQ(RunCmd("printf 'y%.0s' $(seq 1000)"), std::string(1000, 'y'));
+}
+
+TEST(RunCmd, IsEmptyWhenItCannotMakeAPipe) {
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none = {3, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_EQ(RunCmd("printf x"), "");
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(RunCmd("printf x"), "x");
 }
 
 TEST(RunCmd, IsEmptyForAnUnknownCommand) {
