@@ -47,6 +47,11 @@ void TDispatcher::Register(TOstelIpc& ipc) {
     }
 }
 
+void TDispatcher::SetOnChange(TOnChange onChange) {
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    m_OnChange = std::move(onChange);
+}
+
 int TDispatcher::OnMethodCall(const std::string& type, const std::string& request,
                               std::string& reply) {
     const auto found = Requests().find(type);
@@ -88,6 +93,9 @@ bool TDispatcher::CommitStaged() {
         data.SetPropertyValue("DATA_MODEL_NAME", name);
         data.SetPropertyValue("DATA_MODEL_VALUE", value);
         m_Send(event, data.EncodeToString(-1));
+        if (m_OnChange) {
+            m_OnChange(name, value);
+        }
     }
     return true;
 }

@@ -20,10 +20,17 @@ public:
     // Sends an event to all applications.
     using TSend = std::function<void(const std::string& name, const std::string& data)>;
 
+    // Told of each parameter that a commit changed, while no other request is served: it must not
+    // wait for anything.
+    using TOnChange = std::function<void(const std::string& name, const std::string& value)>;
+
     TDispatcher(TDataModel& model, TStore& store, TSend send);
 
     // Handles every request type that the gateway serves, on this IPC instance.
     void Register(TOstelIpc& ipc);
+
+    // Once it has returned, the one before is called no more.
+    void SetOnChange(TOnChange onChange);
 
     int OnMethodCall(const std::string& type, const std::string& request,
                      std::string& reply) override;
@@ -63,6 +70,7 @@ private:
     TDataModel& m_Model;
     TStore& m_Store;
     TSend m_Send;
+    TOnChange m_OnChange;
     std::mutex m_Mutex;
 };
 

@@ -57,6 +57,19 @@ std::string LastElement(const std::string& path) {
                                                      : element;
 }
 
+bool Covers(std::string_view name, std::string_view parameter) {
+    const TPath wanted(name);
+    const TPath path(parameter);
+    const std::size_t size = wanted.elements.size();
+    if (wanted.isObject ? path.elements.size() <= size : path.elements.size() != size) {
+        return false;
+    }
+    return std::equal(wanted.elements.begin(), wanted.elements.end(), path.elements.begin(),
+                      [](std::string_view pattern, std::string_view element) {
+                          return pattern == "*" || pattern == element;
+                      });
+}
+
 std::optional<unsigned int> ToInstanceNumber(std::string_view element) {
     unsigned int number = 0;
     const char* const end = element.data() + element.size();

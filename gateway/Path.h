@@ -19,6 +19,10 @@ struct TPath {
 std::string ParentPath(const std::string& path);
 std::string LastElement(const std::string& path);
 
+// Does a name stand for this parameter: its own, a partial path above it, or one with "*" for path
+// elements?
+bool Covers(std::string_view name, std::string_view parameter);
+
 // The number of an instance as it stands in a path; numbers have no leading zeros.
 std::optional<unsigned int> ToInstanceNumber(std::string_view element);
 

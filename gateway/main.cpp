@@ -15,6 +15,7 @@
 #include "Dispatcher.h"
 #include "ModelLoader.h"
 #include "Presence.h"
+#include "RemoteUnit.h"
 #include "Store.h"
 #include "TOstelApplication.h"
 #include "zt_logging.h"
@@ -79,6 +80,7 @@ struct TOptions {
     std::vector<std::string> models;
     std::string state = DefaultStateFile();
     std::size_t fill = 0;
+    TRemoteUnit::TSettings remote;
 };
 
 TDataModel MakeModel(const TOptions& options) {
@@ -112,14 +114,20 @@ std::unique_ptr<TPresence> WatchPresence(const TPresence::TRelay& relay) {
     }
 }
 
+std::string ValueOf(const TDataModel& model, const std::string& name) {
+    TDataModel::TValues values;
+    return model.Get(name, values) == RC_SUCCESS && !values.empty() ? values[0].second : "";
+}
+
 void Serve(const TOptions& options) {
     const TStopSignals stopSignals;
     TDataModel model = MakeModel(options);
     TStore store(options.state);
     Restore(model, store);
 
-    // Counted before requests can change it.
+    // Looked at before requests can change it.
     const std::size_t size = model.Size();
+    const std::string serialNumber = ValueOf(model, "Device.DeviceInfo.SerialNumber");
 
     TOstelApplication& application = *TOstelApplication::GetInstance();
     TOstelIpc& ipc = *getOstelIpcInstance();
@@ -135,6 +143,10 @@ void Serve(const TOptions& options) {
             "cannot connect to the bus (DBUS_SYSTEM_BUS_ADDRESS names another than the system's)");
     }
     const std::unique_ptr<TPresence> presence = WatchPresence(send);
+    std::unique_ptr<TRemoteUnit> remote;
+    if (!options.remote.address.empty()) {
+        remote = std::make_unique<TRemoteUnit>(options.remote, serialNumber, dispatcher, ipc);
+    }
     std::cout << "ostel-gateway: ready, " << size << " parameters" << std::endl;
     stopSignals.Wait();
 }
@@ -154,6 +166,19 @@ int Run(int argc, char** argv) {
     app.add_option("--fill", options.fill, "Fill every table up to so many instances, to test load")
         ->check(CLI::Range(0, 1000))
         ->option_text("N");
+    CLI::Option* const remote = app.add_option("--remote-address", options.remote.address,
+                                               "Serve other units at this address, on port 42042")
+                                    ->check(CLI::ValidIPV4)
+                                    ->option_text("IPV4");
+    CLI::Option* const certificates =
+        app.add_option("--certs", options.remote.certificates,
+                       "Directory of ostel.cert.pem, ostel.key.pem and ostelRoot.cert.pem")
+            ->option_text("DIR");
+    remote->needs(certificates);
+    app.add_option("--files", options.remote.files,
+                   "Directory of the files that other units may fetch")
+        ->needs(remote)
+        ->option_text("DIR");
     app.set_version_flag("--version", TOstelApplication::GetInstance()->GetVersion());
     app.footer(
         "Example: ostel-gateway --model tr-181-2-15-0-usp-full.xml --model my-product.json "
@@ -169,6 +194,8 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // A peer that is gone is told by a failed write.
+    signal(SIGPIPE, SIG_IGN);
     try {
         return Run(argc, argv);
     } catch (const std::exception& error) {

@@ -29,6 +29,16 @@ TEST(ParentPath, IsWhatHoldsTheObjectOrParameter) {
     EXPECT_EQ(LastElement(""), "");
 }
 
+TEST(Covers, IsForParametersPartialPathsAndStars) {
+    EXPECT_TRUE(Covers("A.B", "A.B"));
+    EXPECT_TRUE(Covers("A.", "A.B.C"));
+    EXPECT_TRUE(Covers("A.*.C", "A.1.C"));
+    EXPECT_TRUE(Covers("A.*.", "A.1.C"));
+    for (const char* name : {"A", "A.B.", "A.*", "A.C", "", ".", "*", "A.B.C"}) {
+        EXPECT_EQ(Covers(name, "A.B"), std::string(name) == "A.*") << name;
+    }
+}
+
 TEST(ToInstanceNumber, TakesWholeNumbersWithoutLeadingZeros) {
     EXPECT_EQ(ToInstanceNumber("1"), 1U);
     EXPECT_EQ(ToInstanceNumber("4294967295"), 4294967295U);

@@ -1,0 +1,143 @@
+#include "RemoteRequests.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "RemoteProtocol.h"
+#include "RequestFields.h"
+#include "TOstelDataMapper.h"
+#include "zt_logging.h"
+
+namespace {
+
+const std::string CHANGE_EVENT = "REMOTE_DATA_MODEL_CHANGED";
+
+std::string StatusOf(tOstelReturnCode code) {
+    return code == RC_SUCCESS ? "OK" : TOstelDataMapper::GetInstance()->MapEnumToString(code);
+}
+
+std::string WithStatus(TOstelJsonObject& reply, tOstelReturnCode code) {
+    reply.SetPropertyValue("STATUS", StatusOf(code));
+    return reply.EncodeToString(-1);
+}
+
+}  // namespace
+
+TRemoteRequests::TRemoteRequests(TDispatcher& dispatcher, TSubscriptions& subscriptions,
+                                 const TSharedFiles& files, TSendEvent sendEvent)
+    : m_Dispatcher(dispatcher),
+      m_Subscriptions(subscriptions),
+      m_Files(files),
+      m_SendEvent(std::move(sendEvent)) {}
+
+const std::map<std::string, TRemoteRequests::TRequest>& TRemoteRequests::Requests() {
+    static const std::map<std::string, TRequest> requests = {
+        {"GET_PARAM", &TRemoteRequests::GetParam},      {"SET_PARAM", &TRemoteRequests::SetParam},
+        {"COMMIT", &TRemoteRequests::Commit},           {"GET_FILE", &TRemoteRequests::GetFile},
+        {"SEND_EVENT", &TRemoteRequests::SendEvent},    {"SUBSCRIBE", &TRemoteRequests::Subscribe},
+        {"UNSUBSCRIBE", &TRemoteRequests::Unsubscribe},
+    };
+    return requests;
+}
+
+std::string TRemoteRequests::Answer(const std::string& request, const std::string& peerAddress) {
+    TOstelJsonObject document;
+    TOstelJsonObject reply;
+    std::string binary;
+    tOstelReturnCode code = RC_INVALID_ARGUMENT;
+    if (document.DecodeFromString(request)) {
+        const auto type = TextField(document, "REQUEST_TYPE");
+        const auto found = type ? Requests().find(*type) : Requests().end();
+        TContext context{request, document, peerAddress, reply, binary};
+        if (found != Requests().end()) {
+            code = (this->*found->second)(context);
+        } else if (type) {
+            code = RC_NOT_SUPPORTED;
+        }
+    }
+    std::string answer = WithStatus(reply, code);
+    if (answer.size() > RemoteProtocol::LARGEST_DOCUMENT) {
+        TOstelJsonObject tooLong;
+        answer = WithStatus(tooLong, RC_BUFFER_OVERFLOW);
+    }
+    return RemoteProtocol::Framed(answer, binary);
+}
+
+tOstelReturnCode TRemoteRequests::Dispatch(const std::string& type, const std::string& request,
+                                           TOstelJsonObject& reply) {
+    std::string text;
+    const int code = m_Dispatcher.OnMethodCall(type, request, text);
+    // What is no success carries no values.
+    if (code == RC_SUCCESS) {
+        reply.DecodeFromString(text);
+    }
+    return static_cast<tOstelReturnCode>(code);
+}
+
+tOstelReturnCode TRemoteRequests::GetParam(TContext& context) {
+    return Dispatch("GET_PARAM", context.text, context.reply);
+}
+
+tOstelReturnCode TRemoteRequests::SetParam(TContext& context) {
+    return Dispatch("SET_PARAM", context.text, context.reply);
+}
+
+tOstelReturnCode TRemoteRequests::Commit(TContext& context) {
+    return Dispatch("COMMIT", "{}", context.reply) == RC_SUCCESS ? RC_SUCCESS : RC_FAILURE;
+}
+
+tOstelReturnCode TRemoteRequests::GetFile(TContext& context) {
+    const auto name = TextField(context.request, "FILE_NAME");
+    if (!name) {
+        return RC_INVALID_ARGUMENT;
+    }
+    auto bytes = m_Files.Read(*name, RemoteProtocol::LARGEST_BINARY);
+    if (!bytes) {
+        return RC_NOT_FOUND;
+    }
+    context.binary = std::move(*bytes);
+    return RC_SUCCESS;
+}
+
+tOstelReturnCode TRemoteRequests::SendEvent(TContext& context) {
+    const auto name = TextField(context.request, "EVENT_NAME");
+    const auto data = TextField(context.request, "EVENT_DATA");
+    if (!name || !data) {
+        return RC_INVALID_ARGUMENT;
+    }
+    try {
+        m_SendEvent(*name, *data);
+    } catch (const std::runtime_error& error) {
+        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", error.what());
+        return RC_RUNTIME_ERROR;
+    }
+    return RC_SUCCESS;
+}
+
+tOstelReturnCode TRemoteRequests::Subscribe(TContext& context) {
+    const auto names = NamesField(context.request);
+    const auto serialNumber = TextField(context.request, "SERIAL_NUMBER");
+    if (!names || !serialNumber || TextField(context.request, "EVENT_NAME") != CHANGE_EVENT) {
+        return RC_INVALID_ARGUMENT;
+    }
+    TOstelJsonObject ignored;
+    const tOstelReturnCode code = Dispatch("GET_PARAM_ARRAY", context.text, ignored);
+    if (code != RC_SUCCESS) {
+        return code;
+    }
+    if (!m_Subscriptions.Add(context.peerAddress, *serialNumber, *names)) {
+        return RC_BUFFER_OVERFLOW;
+    }
+    // Read again, now that no change can be missed.
+    return Dispatch("GET_PARAM_ARRAY", context.text, context.reply);
+}
+
+tOstelReturnCode TRemoteRequests::Unsubscribe(TContext& context) {
+    const auto names = NamesField(context.request);
+    const auto serialNumber = TextField(context.request, "SERIAL_NUMBER");
+    if (!names || !serialNumber || TextField(context.request, "EVENT_NAME") != CHANGE_EVENT) {
+        return RC_INVALID_ARGUMENT;
+    }
+    m_Subscriptions.Remove(context.peerAddress, *serialNumber, *names);
+    return RC_SUCCESS;
+}

@@ -1,0 +1,85 @@
+#include "SharedFiles.h"
+
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+
+namespace {
+
+class TDescriptor {
+public:
+    explicit TDescriptor(int descriptor) : m_Descriptor(descriptor) {}
+    TDescriptor(const TDescriptor&) = delete;
+    TDescriptor& operator=(const TDescriptor&) = delete;
+    ~TDescriptor() {
+        if (m_Descriptor >= 0) {
+            close(m_Descriptor);
+        }
+    }
+    int Get() const { return m_Descriptor; }
+
+private:
+    int m_Descriptor;
+};
+
+// The kernel itself keeps the whole resolution below the directory, so that nobody who changes a
+// link in between can lead it elsewhere. Without blocking, since a FIFO may be waiting there.
+int OpenBeneath(int directory, const std::string& name) {
+    open_how how{};
+    how.flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
+    return static_cast<int>(syscall(SYS_openat2, directory, name.c_str(), &how, sizeof how));
+}
+
+}  // namespace
+
+TSharedFiles::TSharedFiles(const std::string& directory) {
+    if (directory.empty()) {
+        return;
+    }
+    m_Directory = open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (m_Directory < 0) {
+        throw std::runtime_error(directory + ": " + std::strerror(errno));
+    }
+}
+
+TSharedFiles::~TSharedFiles() {
+    if (m_Directory >= 0) {
+        close(m_Directory);
+    }
+}
+
+std::optional<std::string> TSharedFiles::Read(const std::string& name, std::size_t most) const {
+    if (m_Directory < 0 || name.find('\0') != std::string::npos) {
+        return std::nullopt;
+    }
+    const TDescriptor file(OpenBeneath(m_Directory, name));
+    struct stat status {};
+    if (file.Get() < 0 || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return std::nullopt;
+    }
+    // One byte more than allowed tells a file that is too long, or that grows meanwhile.
+    std::string bytes(most + 1, '\0');
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t size = read(file.Get(), &bytes[done], bytes.size() - done);
+        if (size < 0 && errno == EINTR) {
+            continue;
+        }
+        if (size < 0) {
+            return std::nullopt;
+        }
+        if (size == 0) {
+            break;
+        }
+        done += static_cast<std::size_t>(size);
+    }
+    bytes.resize(done);
+    return done <= most ? std::optional<std::string>(std::move(bytes)) : std::nullopt;
+}

@@ -1,0 +1,178 @@
+// The gateway as other units see it: the real program, asked over mutual TLS.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "CertificateMaker.h"
+#include "ChildProcess.h"
+#include "GatewayFixture.h"
+#include "TOstelJsonObject.h"
+#include "TlsPeer.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+using TParams = std::vector<TOstelApplication::TOstelAppParam>;
+
+const std::string LED = "Device.X_KAVEN_COM_General.LED.State";
+
+// Made before the gateway, which needs them.
+struct TRemoteFiles {
+    TRemoteFiles() : unit(certificates.Unit("gateway")) {
+        std::filesystem::create_directories(directory.Path() / "files");
+        std::ofstream(directory.File("files/log.txt")) << "the log\n";
+        std::ofstream(directory.File("secret")) << "secret\n";
+    }
+
+    CertificateMaker certificates;
+    std::string unit;
+    TempDir directory;
+    std::string host = TlsPeer::FreeHost();
+};
+
+class GatewayRemote : private TRemoteFiles, public Gateway {
+protected:
+    GatewayRemote()
+        : Gateway({"--remote-address", host, "--certs", unit, "--files", directory.File("files")}),
+          m_Host(host),
+          m_Unit(certificates.Unit("application")) {
+        EXPECT_TRUE(m_App.EnableSecureRemote(m_Unit + "ostel.cert.pem", m_Unit + "ostel.key.pem",
+                                             m_Unit + "ostelRoot.cert.pem"));
+    }
+
+    // A request as it goes over the connection: the document of its answer.
+    std::string Ask(const std::string& request, const std::vector<std::string>& more = {}) const {
+        std::vector<std::string> command = {"openssl",
+                                            "s_client",
+                                            "-quiet",
+                                            "-connect",
+                                            m_Host + ":42042",
+                                            "-cert",
+                                            m_Unit + "ostel.cert.pem",
+                                            "-key",
+                                            m_Unit + "ostel.key.pem",
+                                            "-CAfile",
+                                            m_Unit + "ostelRoot.cert.pem"};
+        command.insert(command.end(), more.begin(), more.end());
+        const std::string answer = RunProgram(command, request).output;
+        return answer.size() > 8 ? answer.substr(8) : "no answer";
+    }
+
+    const std::string m_Host;
+    const std::string m_Unit;
+};
+
+TEST_F(GatewayRemote, ReadsWritesAndCommits) {
+    TParams params;
+    EXPECT_EQ(m_App.GetParamRemote(m_Host, "Device.DeviceInfo.SerialNumber", params), RC_SUCCESS);
+    ASSERT_EQ(params.size(), 1U);
+    EXPECT_EQ(params[0].value, "KV0123456789");
+    EXPECT_EQ(m_App.SetParamRemote(m_Host, LED, "BLINK", false), RC_SUCCESS);
+    EXPECT_EQ(Value(LED), "ON");
+    EXPECT_EQ(m_App.CommitRemote(m_Host), RC_SUCCESS);
+    EXPECT_EQ(Value(LED), "BLINK");
+    EXPECT_EQ(m_App.SetParamRemote(m_Host, LED, "PULSE", true), RC_SUCCESS);
+    EXPECT_EQ(Value(LED), "PULSE");
+}
+
+TEST_F(GatewayRemote, AnswersFailuresWithTheirNames) {
+    EXPECT_EQ(Ask(R"({"REQUEST_TYPE":"GET_PARAM","NAME":"Device.X"})"),
+              R"({"STATUS":"RC_INVALID_PARAM_NAME"})");
+    EXPECT_EQ(
+        Ask(R"({"REQUEST_TYPE":"SET_PARAM","NAME":")" + LED + R"(","VALUE":"X","COMMIT":true})"),
+        R"({"STATUS":"RC_INVALID_PARAM_VALUE"})");
+    EXPECT_EQ(Ask(R"({"REQUEST_TYPE":"NO_SUCH"})"), R"({"STATUS":"RC_NOT_SUPPORTED"})");
+    for (const char* request :
+         {"{}", "nonsense", R"({"REQUEST_TYPE":5})", R"({"REQUEST_TYPE":"GET_PARAM"})",
+          R"({"REQUEST_TYPE":"GET_FILE"})", R"({"REQUEST_TYPE":"SEND_EVENT","EVENT_NAME":"E"})",
+          R"({"REQUEST_TYPE":"SUBSCRIBE"})", R"({"REQUEST_TYPE":"UNSUBSCRIBE"})",
+          R"({"REQUEST_TYPE":"SUBSCRIBE","EVENT_NAME":"OTHER","PARAMS":[],"SERIAL_NUMBER":"S"})",
+          R"({"REQUEST_TYPE":"GET_PARAM","NAME":null})", R"({"a":[}]})"}) {
+        EXPECT_EQ(Ask(request), R"({"STATUS":"RC_INVALID_ARGUMENT"})") << request;
+    }
+    // The last of repeated keys holds, unknown ones do not matter.
+    EXPECT_EQ(Ask(R"({"REQUEST_TYPE":"NO","REQUEST_TYPE":"COMMIT","X":1})"), R"({"STATUS":"OK"})");
+}
+
+TEST_F(GatewayRemote, ADocumentThatIsTooLongForAnAnswerIsAFailure) {
+    TParams params;
+    EXPECT_EQ(m_App.GetParamRemote(m_Host, "Device.", params), RC_FAILURE);
+    EXPECT_EQ(Ask(R"({"REQUEST_TYPE":"GET_PARAM","NAME":"Device."})"),
+              R"({"STATUS":"RC_BUFFER_OVERFLOW"})");
+    EXPECT_EQ(m_App.GetParamRemote(m_Host, "Device.Time.", params), RC_SUCCESS);
+    EXPECT_EQ(params.size(), 9U);
+}
+
+TEST_F(GatewayRemote, GivesFilesOfItsDirectoryOnly) {
+    std::vector<char> bytes;
+    EXPECT_EQ(m_App.GetFileRemote(m_Host, "log.txt", bytes), RC_SUCCESS);
+    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "the log\n");
+    for (const char* name : {"../secret", "/etc/passwd", "missing", "", "."}) {
+        EXPECT_EQ(m_App.GetFileRemote(m_Host, name, bytes), RC_FAILURE) << name;
+        EXPECT_EQ(Ask(R"({"REQUEST_TYPE":"GET_FILE","FILE_NAME":")" + std::string(name) + "\"}"),
+                  R"({"STATUS":"RC_NOT_FOUND"})");
+    }
+}
+
+TEST_F(GatewayRemote, BroadcastsEventsOnItsBus) {
+    const RawPeer watcher;
+    EXPECT_EQ(m_App.SendEventRemote(m_Host, "HELLO", "{\"a\":1}"), RC_SUCCESS);
+    EXPECT_TRUE(watcher.WaitForMember("HELLO"));
+    EXPECT_EQ(Ask(R"({"REQUEST_TYPE":"SEND_EVENT","EVENT_NAME":"not a name","EVENT_DATA":""})"),
+              R"({"STATUS":"RC_RUNTIME_ERROR"})");
+}
+
+TEST_F(GatewayRemote, TellsSubscribersOfChanges) {
+    const TlsPeer subscriber({m_Unit}, TlsPeer::Framed(R"({"STATUS":"OK"})"));
+    const std::string request = R"("EVENT_NAME":"REMOTE_DATA_MODEL_CHANGED","PARAMS":[{"NAME":")" +
+                                LED + R"("}],"SERIAL_NUMBER":"S1"})";
+    const std::vector<std::string> from = {"-bind", subscriber.Host() + ":0"};
+    EXPECT_EQ(Ask(R"({"REQUEST_TYPE":"SUBSCRIBE",)" + request, from),
+              R"({"PARAMS":[{"NAME":")" + LED + R"(","VALUE":"ON"}],"STATUS":"OK"})");
+    EXPECT_EQ(m_App.SetParam("Device.Time.NTPServer3", "x", true), RC_SUCCESS);
+    EXPECT_EQ(m_App.SetParam(LED, "BLINK", true), RC_SUCCESS);
+    ASSERT_TRUE(subscriber.WaitForRequest());
+    EXPECT_EQ(subscriber.Requests().at(0),
+              R"({"REQUEST_TYPE":"SEND_EVENT","EVENT_NAME":"REMOTE_DATA_MODEL_CHANGED",)"
+              R"("EVENT_DATA":"{\"SERIAL_NUMBER\":\"KV0123456789\",\"NAME\":\")" +
+                  LED + R"(\",\"VALUE\":\"BLINK\"}"})");
+    EXPECT_EQ(Ask(R"({"REQUEST_TYPE":"UNSUBSCRIBE",)" + request, from), R"({"STATUS":"OK"})");
+    EXPECT_EQ(Ask(R"({"REQUEST_TYPE":"UNSUBSCRIBE",)" + request, from), R"({"STATUS":"OK"})");
+    EXPECT_EQ(m_App.SetParam(LED, "ON", true), RC_SUCCESS);
+    EXPECT_EQ(subscriber.Requests().size(), 1U);
+}
+
+TEST_F(GatewayRemote, SubscribesToNothingThatItDoesNotHave) {
+    EXPECT_EQ(Ask(R"({"REQUEST_TYPE":"SUBSCRIBE","EVENT_NAME":"REMOTE_DATA_MODEL_CHANGED",)"
+                  R"("PARAMS":[{"NAME":"Device.X"}],"SERIAL_NUMBER":"S1"})"),
+              R"({"STATUS":"RC_INVALID_PARAM_NAME"})");
+}
+
+TEST_F(GatewayRemote, EndsCleanly) {
+    m_Gateway.Process().Signal(SIGTERM);
+    EXPECT_EQ(m_Gateway.Process().Wait(), 0);
+}
+
+TEST(GatewayRemoteStart, SaysWhatIsMissing) {
+    const PrivateBus bus;
+    TempDir dir;
+    const auto start = [&](const std::vector<std::string>& options) {
+        std::vector<std::string> command = {OSTEL_GATEWAY, "--state", dir.File("state")};
+        command.insert(command.end(), options.begin(), options.end());
+        return RunProgram(command);
+    };
+    EXPECT_THAT(start({"--remote-address", "127.0.0.1"}).errors, HasSubstr("--certs"));
+    EXPECT_NE(start({"--remote-address", "localhost", "--certs", "/x"}).status, 0);
+    EXPECT_THAT(start({"--remote-address", TlsPeer::FreeHost(), "--certs", "/nonexistent"}).errors,
+                StartsWith("ostel-gateway: /nonexistent/ostel.cert.pem: "));
+    CertificateMaker certificates;
+    EXPECT_THAT(start({"--remote-address", TlsPeer::FreeHost(), "--certs",
+                       certificates.Unit("unit"), "--files", "/nonexistent"})
+                    .errors,
+                StartsWith("ostel-gateway: /nonexistent: "));
+}
+
+}  // namespace

@@ -1,0 +1,293 @@
+// The service of other units, with clients that behave and clients that do not.
+#include "RemoteService.h"
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <memory>
+
+#include "CertificateMaker.h"
+#include "ChildProcess.h"
+#include "RemoteProtocol.h"
+#include "TlsPeer.h"
+#include "WaitUntil.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using testing::HasSubstr;
+
+class RemoteService : public testing::Test {
+protected:
+    void Start(milliseconds limit = std::chrono::seconds(10), std::size_t connections = 32) {
+        m_Service = std::make_unique<TRemoteService>(
+            TRemoteService::TSettings{m_Host, limit, connections}, m_Context,
+            [this](const std::string& request, const std::string&) {
+                ++m_Requests;
+                return RemoteProtocol::Framed(request.empty() ? "malformed" : request, "");
+            });
+    }
+
+    // A client with this unit's certificates that sends the text and waits for the end.
+    std::vector<std::string> Client(const std::string& unit,
+                                    const std::vector<std::string>& more = {}) const {
+        std::vector<std::string> command = {"openssl",  "s_client",
+                                            "-quiet",   "-verify_return_error",
+                                            "-connect", m_Host + ":42042",
+                                            "-cert",    unit + "ostel.cert.pem",
+                                            "-key",     unit + "ostel.key.pem",
+                                            "-CAfile",  unit + "ostelRoot.cert.pem"};
+        command.insert(command.end(), more.begin(), more.end());
+        return command;
+    }
+
+    // The answer's document; empty when there was none.
+    std::string Ask(const std::string& text, const std::string& unit,
+                    const std::vector<std::string>& more = {}) const {
+        const TFinished client = RunProgram(Client(unit, more), text);
+        return client.output.size() > 8 ? client.output.substr(8) : "";
+    }
+
+    int ConnectPlainly() const {
+        const int connected = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(RemoteProtocol::PORT);
+        inet_pton(AF_INET, m_Host.c_str(), &address.sin_addr);
+        const void* const plain = &address;
+        EXPECT_EQ(connect(connected, static_cast<const sockaddr*>(plain), sizeof address), 0);
+        return connected;
+    }
+
+    // Whether the service ends the connection.
+    static bool IsEnded(int connected) {
+        const timeval limit = {10, 0};
+        setsockopt(connected, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+        char byte = 0;
+        ssize_t size = 1;
+        while (size > 0) {
+            size = recv(connected, &byte, 1, 0);
+        }
+        return size == 0 || errno == ECONNRESET;
+    }
+
+    CertificateMaker m_Certificates;
+    const std::string m_Unit = m_Certificates.Unit("unit");
+    const TTlsContext m_Context{m_Unit};
+    const std::string m_Host = TlsPeer::FreeHost();
+    std::atomic<int> m_Requests{0};
+    std::unique_ptr<TRemoteService> m_Service;
+};
+
+TEST_F(RemoteService, AnswersADocumentAsSoonAsItIsComplete) {
+    Start();
+    EXPECT_EQ(Ask(R"({"a":"}"})", m_Unit), R"({"a":"}"})");
+    EXPECT_EQ(Ask("  {}", m_Unit), "  {}");
+}
+
+TEST_F(RemoteService, AnswersWhatIsNoDocumentAsMalformed) {
+    Start();
+    for (const std::string& text :
+         {std::string("[]"), std::string("nonsense"), std::string(70000, ' '),
+          "{\"a\":\"" + std::string(70000, 'x') + "\"}"}) {
+        EXPECT_EQ(Ask(text, m_Unit), "malformed") << text.substr(0, 20);
+    }
+}
+
+TEST_F(RemoteService, TakesNoMoreThanItsLimitOfBlanks) {
+    Start();
+    ChildProcess client(
+        {"sh", "-c",
+         "head -c 1000000000 /dev/zero | tr '\\0' ' ' | openssl s_client -quiet -connect " +
+             m_Host + ":42042 -cert " + m_Unit + "ostel.cert.pem -key " + m_Unit +
+             "ostel.key.pem -CAfile " + m_Unit + "ostelRoot.cert.pem; true"});
+    EXPECT_EQ(client.Wait(), 0);
+    EXPECT_LE(m_Requests, 1);
+}
+
+TEST_F(RemoteService, WantsACertificateOfTheRoot) {
+    Start();
+    EXPECT_EQ(Ask("{}", m_Certificates.Unit("other")), "{}");
+    for (const std::string& unit :
+         {m_Certificates.SelfSigned("self"), m_Certificates.Foreign("foreign"),
+          m_Certificates.Expired("expired")}) {
+        EXPECT_EQ(Ask("{}", unit), "") << unit;
+    }
+    const TFinished none =
+        RunProgram({"openssl", "s_client", "-quiet", "-connect", m_Host + ":42042"}, "{}");
+    EXPECT_EQ(none.output, "");
+    EXPECT_EQ(m_Requests, 1);
+}
+
+TEST_F(RemoteService, SpeaksTls12AndLaterOnly) {
+    Start();
+    EXPECT_EQ(Ask("{}", m_Unit, {"-tls1_2"}), "{}");
+    EXPECT_EQ(Ask("{}", m_Unit, {"-tls1_3"}), "{}");
+    EXPECT_EQ(Ask("{}", m_Unit, {"-tls1_1", "-cipher", "DEFAULT@SECLEVEL=0"}), "");
+}
+
+TEST_F(RemoteService, CutsOffWhoTakesTooLong) {
+    Start(milliseconds(300));
+    const int silent = ConnectPlainly();
+    EXPECT_TRUE(IsEnded(silent));
+    close(silent);
+    // A session without a request, and one whose request never ends.
+    EXPECT_EQ(Ask("", m_Unit), "");
+    EXPECT_EQ(Ask("{\"a\":", m_Unit), "");
+    EXPECT_EQ(m_Requests, 0);
+}
+
+TEST_F(RemoteService, ASlowRequestGainsNoTime) {
+    Start(milliseconds(400));
+    ChildProcess client(
+        {"sh", "-c",
+         "(for i in 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15; do printf '{\"a\":'; sleep 0.1; done) | "
+         "openssl s_client -quiet -connect " +
+             m_Host + ":42042 -cert " + m_Unit + "ostel.cert.pem -key " + m_Unit +
+             "ostel.key.pem -CAfile " + m_Unit + "ostelRoot.cert.pem; true"});
+    EXPECT_EQ(client.Wait(std::chrono::seconds(10)), 0);
+    EXPECT_EQ(m_Requests, 0);
+    EXPECT_EQ(Ask("{}", m_Unit), "{}");
+}
+
+TEST_F(RemoteService, ThoseBeyondTheLimitWaitTheirTurn) {
+    Start(milliseconds(500), 2);
+    const int first = ConnectPlainly();
+    const int second = ConnectPlainly();
+    const int third = ConnectPlainly();
+    EXPECT_EQ(Ask("{}", m_Unit), "{}");
+    for (const int connected : {first, second, third}) {
+        EXPECT_TRUE(IsEnded(connected));
+        close(connected);
+    }
+}
+
+TEST_F(RemoteService, SurvivesAThousandConnectionsThatSayNothing) {
+    Start(milliseconds(20));
+    const auto open = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    const auto before = open();
+    for (int round = 0; round < 10; ++round) {
+        std::vector<int> idle;
+        for (int i = 0; i < 100; ++i) {
+            idle.push_back(ConnectPlainly());
+        }
+        for (const int connected : idle) {
+            EXPECT_TRUE(IsEnded(connected));
+            close(connected);
+        }
+    }
+    EXPECT_TRUE(WaitUntil([&] { return open() == before; }));
+}
+
+TEST_F(RemoteService, BearsGarbageAndPeersThatLeave) {
+    Start();
+    for (const std::string& bytes :
+         {std::string(), std::string("GET / HTTP/1.0\r\n\r\n"), std::string(100000, '\xFF'),
+          std::string("\x16\x03\x01\x02\x00\x01", 6)}) {
+        const int connected = ConnectPlainly();
+        send(connected, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        shutdown(connected, SHUT_WR);
+        EXPECT_TRUE(IsEnded(connected)) << bytes.substr(0, 10);
+        close(connected);
+    }
+    EXPECT_EQ(Ask("{}", m_Unit), "{}");
+}
+
+TEST_F(RemoteService, EndsWithoutWaitingForItsPeers) {
+    Start();
+    const int silent = ConnectPlainly();
+    const auto start = std::chrono::steady_clock::now();
+    m_Service.reset();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+    EXPECT_TRUE(IsEnded(silent));
+    close(silent);
+}
+
+TEST_F(RemoteService, SaysWhyItCannotListen) {
+    Start();
+    const auto error = [&](const std::string& host) {
+        try {
+            const TRemoteService service({host}, m_Context, nullptr);
+        } catch (const std::runtime_error& failure) {
+            return std::string(failure.what());
+        }
+        return std::string();
+    };
+    EXPECT_EQ(error(m_Host), m_Host + ":42042: Address already in use");
+    EXPECT_EQ(error("192.0.2.1"), "192.0.2.1:42042: Cannot assign requested address");
+    EXPECT_EQ(error("localhost"), "localhost: not an IPv4 address");
+}
+
+TEST(TTlsContext, SaysWhichFileIsWrong) {
+    CertificateMaker certificates;
+    const auto error = [](const std::string& directory) {
+        try {
+            const TTlsContext context(directory);
+        } catch (const std::runtime_error& failure) {
+            return std::string(failure.what());
+        }
+        return std::string();
+    };
+    EXPECT_THAT(error("/nonexistent"), HasSubstr("/nonexistent/ostel.cert.pem: "));
+    EXPECT_THAT(error(certificates.WrongKey("wrong")), HasSubstr("ostel.key.pem: "));
+    const std::string unit = certificates.Unit("unit");
+    EXPECT_EQ(error(unit), "");
+    std::filesystem::remove(unit + "ostelRoot.cert.pem");
+    EXPECT_THAT(error(unit), HasSubstr("ostelRoot.cert.pem: "));
+}
+
+class Delivering : public RemoteService {
+protected:
+    bool Send(const std::string& host, milliseconds limit = std::chrono::seconds(10)) {
+        return SendRemoteEvent(m_Context, host, "EVENT", "data", m_Stop,
+                               std::chrono::steady_clock::now() + limit);
+    }
+
+    const std::string m_PeersUnit = m_Certificates.Unit("peer");
+    TStopSignal m_Stop;
+};
+
+TEST_F(Delivering, SendsAnEventAndWantsAnOk) {
+    const std::string ok = R"({"STATUS":"OK"})";
+    {
+        const TlsPeer peer({m_PeersUnit}, TlsPeer::Framed(ok));
+        EXPECT_TRUE(Send(peer.Host()));
+        EXPECT_EQ(peer.Requests().at(0),
+                  R"({"REQUEST_TYPE":"SEND_EVENT","EVENT_NAME":"EVENT","EVENT_DATA":"data"})");
+    }
+    for (const std::string& answer :
+         {TlsPeer::Framed(R"({"STATUS":"NO"})"), TlsPeer::Framed("nonsense"), TlsPeer::Framed("{}"),
+          TlsPeer::Length(5000) + TlsPeer::Length(0) + std::string(5000, 'x'),
+          TlsPeer::Length(100) + TlsPeer::Length(0) + ok, std::string("\1\0\0", 3)}) {
+        const TlsPeer peer({m_PeersUnit}, answer);
+        EXPECT_FALSE(Send(peer.Host())) << answer;
+    }
+}
+
+TEST_F(Delivering, FailsAtAStrangerAndAtNobody) {
+    EXPECT_FALSE(Send(TlsPeer::FreeHost()));
+    const TlsPeer stranger({m_Certificates.SelfSigned("stranger")},
+                           TlsPeer::Framed(R"({"STATUS":"OK"})"));
+    EXPECT_FALSE(Send(stranger.Host()));
+}
+
+TEST_F(Delivering, DoesNotWaitBeyondItsDeadline) {
+    const TlsPeer silent({m_PeersUnit}, [](TlsPeer::TConnection& connection) {
+        while (!connection.Receive().empty()) {
+        }
+    });
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(Send(silent.Host(), milliseconds(200)));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+    m_Stop.Raise();
+    EXPECT_FALSE(Send(silent.Host()));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+}
+
+}  // namespace

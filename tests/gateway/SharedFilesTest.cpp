@@ -1,0 +1,79 @@
+#include "SharedFiles.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "TempDir.h"
+
+namespace {
+
+constexpr std::size_t MOST = 1048575;
+
+class SharedFiles : public testing::Test {
+protected:
+    SharedFiles() {
+        std::filesystem::create_directories(m_Dir.Path() / "shared/inner");
+        Write("secret", "secret");
+        Write("shared/plain", "plain");
+        Write("shared/inner/deep", "deep");
+        Write("shared/empty", "");
+    }
+
+    void Write(const std::string& name, const std::string& text) {
+        std::ofstream(m_Dir.File(name), std::ios::binary) << text;
+    }
+
+    std::string Read(const std::string& name) const {
+        return TSharedFiles(m_Dir.File("shared")).Read(name, MOST).value_or("refused");
+    }
+
+    TempDir m_Dir;
+};
+
+TEST_F(SharedFiles, GivesWhatStandsBelowTheDirectory) {
+    EXPECT_EQ(Read("plain"), "plain");
+    EXPECT_EQ(Read("inner/deep"), "deep");
+    EXPECT_EQ(Read("inner/../plain"), "plain");
+    EXPECT_EQ(Read("./plain"), "plain");
+    EXPECT_EQ(Read("empty"), "");
+}
+
+TEST_F(SharedFiles, GivesNothingElse) {
+    std::filesystem::create_symlink("../secret", m_Dir.File("shared/link"));
+    std::filesystem::create_symlink(m_Dir.File("secret"), m_Dir.File("shared/absolute"));
+    std::filesystem::create_symlink("..", m_Dir.File("shared/up"));
+    std::filesystem::create_symlink("loop", m_Dir.File("shared/loop"));
+    ASSERT_EQ(mkfifo(m_Dir.File("shared/fifo").c_str(), 0600), 0);
+    for (const std::string& name :
+         {std::string("../secret"), std::string("inner/../../secret"), m_Dir.File("secret"),
+          m_Dir.File("shared/plain"), std::string("link"), std::string("absolute"),
+          std::string("up/secret"), std::string("loop"), std::string("fifo"), std::string("inner"),
+          std::string("missing"), std::string(""), std::string("."), std::string("plain/"),
+          std::string("/etc/passwd"), std::string("plain\0", 6), std::string(10000, 'x'),
+          std::string("/proc/self/root/etc/passwd")}) {
+        EXPECT_EQ(Read(name), "refused") << name;
+    }
+}
+
+TEST_F(SharedFiles, FollowsLinksThatStayBelow) {
+    std::filesystem::create_symlink("../plain", m_Dir.File("shared/inner/link"));
+    EXPECT_EQ(Read("inner/link"), "plain");
+}
+
+TEST_F(SharedFiles, HasALimit) {
+    Write("shared/most", std::string(MOST, 'x'));
+    Write("shared/more", std::string(MOST + 1, 'x'));
+    EXPECT_EQ(Read("most").size(), MOST);
+    EXPECT_EQ(Read("more"), "refused");
+}
+
+TEST_F(SharedFiles, SharesNothingWithoutADirectory) {
+    EXPECT_FALSE(TSharedFiles("").Read("etc/passwd", MOST).has_value());
+    EXPECT_THROW(TSharedFiles("/nonexistent"), std::runtime_error);
+    EXPECT_THROW(TSharedFiles(m_Dir.File("secret")), std::runtime_error);
+}
+
+}  // namespace
