@@ -1,10 +1,7 @@
 #include "LongValue.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <iostream>
 #include <limits>
 #include <optional>
 
@@ -38,21 +35,6 @@ bool FitsName(const std::string& name) {
     return name.size() < OSTEL_APP_LIB_TEXT_SIZE && name.find('\0') == std::string::npos;
 }
 
-int Write(const std::string& file, const std::string& value) {
-    if (file == "-") {
-        std::cout << value << std::flush;
-        return std::cout ? 0 : Output::WRITE_ERROR;
-    }
-    errno = 0;
-    std::ofstream output(file, std::ios::binary | std::ios::trunc);
-    output << value << std::flush;
-    if (!output) {
-        Output::Complain(file + ": " + std::strerror(errno != 0 ? errno : EIO));
-        return Output::WRITE_ERROR;
-    }
-    return 0;
-}
-
 }  // namespace
 
 int Get(const std::string& name, const std::string& file, bool json) {
@@ -67,11 +49,11 @@ int Get(const std::string& name, const std::string& file, bool json) {
     const char* const value = request.Get()->value;
     const std::string text = value != nullptr ? value : "";
     if (!json) {
-        return Write(file, text);
+        return Output::Write(file, text);
     }
     TOstelJsonObject document;
     document.SetPropertyValue("VALUE", text);
-    return Write(file, document.EncodeToString(-1) + "\n");
+    return Output::Write(file, document.EncodeToString(-1) + "\n");
 }
 
 int Set(const std::string& name, const std::string& file, bool commit, bool json) {

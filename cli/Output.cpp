@@ -1,7 +1,10 @@
 #include "Output.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <fstream>
 #include <iostream>
 
 #include "TOstelDataMapper.h"
@@ -86,6 +89,21 @@ void Print(const std::vector<TOstelApplication::TOstelAppParam>& params, bool js
         line.resize(width + 2, ' ');
         Print(line + param.value);
     }
+}
+
+int Write(const std::string& file, const std::string& bytes) {
+    if (file == "-") {
+        std::cout << bytes << std::flush;
+        return std::cout ? 0 : WRITE_ERROR;
+    }
+    errno = 0;
+    std::ofstream output(file, std::ios::binary | std::ios::trunc);
+    output << bytes << std::flush;
+    if (!output) {
+        Complain(file + ": " + std::strerror(errno != 0 ? errno : EIO));
+        return WRITE_ERROR;
+    }
+    return 0;
 }
 
 }  // namespace Output

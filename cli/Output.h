@@ -43,6 +43,9 @@ void Print(const std::string& line);
 // Names and values in two columns, or as {"PARAMS": [{"NAME", "VALUE"}...]}.
 void Print(const std::vector<TOstelApplication::TOstelAppParam>& params, bool json);
 
+// The bytes as they are, to a file, or for "-" to standard output. The exit status.
+int Write(const std::string& file, const std::string& bytes);
+
 }  // namespace Output
 
 #endif

@@ -1,36 +1,22 @@
 #include "Watch.h"
 
-#include <signal.h>
-#include <unistd.h>
-
 #include <cstdio>
-#include <initializer_list>
 #include <set>
 #include <utility>
 
-#include "Output.h"
+#include "Notices.h"
 #include "TOstelApplication.h"
 #include "TOstelDataMapper.h"
 
 namespace {
 
-sigset_t StopSignals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    return signals;
-}
-
-// Notices arrive on the library's worker thread, one at a time. The one that fills the count wakes
-// the main thread by a signal, the one thing that it waits for.
 class TWatcher : public IOstelDataModelChangeObserver,
                  public IOstelCpeClientStateObserver,
                  public IOstelAppStateObserver,
                  public IOstelIpcEventListener {
 public:
     TWatcher(std::string prefix, std::optional<unsigned long> count, bool json)
-        : m_Prefix(std::move(prefix)), m_Left(count), m_Json(json) {
+        : m_Prefix(std::move(prefix)), m_Notices(count, json) {
         TOstelApplication& application = *TOstelApplication::GetInstance();
         application.AddDataModelChangeObserver(this);
         if (m_Prefix.empty()) {
@@ -53,7 +39,7 @@ public:
 
     void OnDataModelParamChanged(const std::string& name, const std::string& value) override {
         if (name.compare(0, m_Prefix.size(), m_Prefix) == 0) {
-            Notice("PARAM", {{"NAME", name}, {"VALUE", value}});
+            m_Notices.Notice("PARAM", {{"NAME", name}, {"VALUE", value}});
         }
     }
 
@@ -61,7 +47,8 @@ public:
                                  const std::string& hostName) override {
         const auto& name = TOstelDataMapper::GetInstance()->MapEnumToString(
             static_cast<tOstelAppClientDeviceState>(state));
-        Notice("CLIENT", {{"STATE", name}, {"MAC_ADDRESS", macAddress}, {"HOST_NAME", hostName}});
+        m_Notices.Notice("CLIENT",
+                         {{"STATE", name}, {"MAC_ADDRESS", macAddress}, {"HOST_NAME", hostName}});
     }
 
     // Every event comes here; those that are told above, and the bus's own, are left out.
@@ -77,59 +64,27 @@ public:
                                                      "NameAcquired",
                                                      "NameLost"};
         if (others.count(name) == 0) {
-            Notice("EVENT", {{"NAME", name}, {"DATA", data}});
+            m_Notices.Notice("EVENT", {{"NAME", name}, {"DATA", data}});
         }
     }
 
     void OnAppStateChanged(TOstelAppState state, const std::string& appName) override {
-        Notice("APP", {{"NAME", appName},
-                       {"STATE", state == APP_STATE_CONNECTED ? "CONNECTED" : "DISCONNECTED"}});
+        m_Notices.Notice("APP",
+                         {{"NAME", appName},
+                          {"STATE", state == APP_STATE_CONNECTED ? "CONNECTED" : "DISCONNECTED"}});
     }
 
 private:
-    using TMembers = std::initializer_list<std::pair<const char*, std::string>>;
-
-    void Notice(const std::string& kind, TMembers members) {
-        if (m_Left && *m_Left == 0) {
-            return;
-        }
-        if (m_Json) {
-            TOstelJsonObject document;
-            document.SetPropertyValue("KIND", kind);
-            for (const auto& [name, value] : members) {
-                document.SetPropertyValue(name, value);
-            }
-            Output::Print(document);
-        } else {
-            std::string line = kind;
-            for (const auto& member : members) {
-                line += "  " + member.second;
-            }
-            Output::Print(line);
-        }
-        if (m_Left && --*m_Left == 0) {
-            kill(getpid(), SIGTERM);
-        }
-    }
-
     std::string m_Prefix;
-    std::optional<unsigned long> m_Left;
-    bool m_Json;
+    TNotices m_Notices;
 };
 
 }  // namespace
-
-void BlockStopSignals() {
-    const sigset_t signals = StopSignals();
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-}
 
 int Watch(const std::string& prefix, std::optional<unsigned long> count, bool json) {
     const TWatcher watcher(prefix, count, json);
     // On standard error: whoever waits for it knows that nothing is missed from here on.
     std::fputs("ostelcli: watching\n", stderr);
-    const sigset_t signals = StopSignals();
-    int signal = 0;
-    sigwait(&signals, &signal);
+    WaitForStopSignal();
     return 0;
 }

@@ -7,7 +7,9 @@
 
 #include "Commands.h"
 #include "LongValue.h"
+#include "Notices.h"
 #include "Objects.h"
+#include "Remote.h"
 #include "Snapshot.h"
 #include "TOstelApplication.h"
 #include "Watch.h"
@@ -28,20 +30,22 @@ public:
         m_App.fallthrough();
         m_App.footer(
             "Exit status: 0, the result's code (RC_INVALID_PARAM_NAME is 4), 255 for RC_FAILURE,\n"
-            "64 for a wrong command line, 65 for a malformed file, 66 for none, 69 without a bus;\n"
-            "'diff' ends with 1 when something differs.\n\n"
+            "64 for a wrong command line, 65 for a malformed file, 66 for none, 69 without a bus,\n"
+            "75 for a unit that does not answer in time; 1 of 'diff' when something differs.\n\n"
             "Examples:\n"
             "  ostelcli get Device.DeviceInfo.SerialNumber\n"
             "  ostelcli get Device.Time. 'Device.Hosts.Host.*.HostName'\n"
             "  ostelcli set Device.X_KAVEN_COM_General.LED.State=BLINK\n"
             "  ostelcli watch Device.X_KAVEN_COM_General. --count 1\n"
             "  ostelcli add Device.NAT.PortMapping.\n"
-            "  ostelcli save Device.WiFi. > wifi.json");
+            "  ostelcli save Device.WiFi. > wifi.json\n"
+            "  ostelcli remote 192.0.2.1 get Device.DeviceInfo.SerialNumber");
         AddReading();
         AddObjects();
         AddInstances();
         AddLongValues();
         AddSnapshots();
+        AddRemote();
         AddEvents();
     }
 
@@ -53,8 +57,10 @@ public:
         }
         BlockStopSignals();
         TOstelApplication& application = *TOstelApplication::GetInstance();
-        application.Initialize(OSTEL_CLI);
-        if (!application.IsInitialized()) {
+        if (m_NeedsBus) {
+            application.Initialize(OSTEL_CLI);
+        }
+        if (m_NeedsBus && !application.IsInitialized()) {
             std::cerr << "ostelcli: cannot connect to the bus (DBUS_SYSTEM_BUS_ADDRESS names "
                          "another than the system's)"
                       << std::endl;
@@ -166,6 +172,49 @@ private:
         diff->add_option("PATH", m_Path, "Only what stands below it");
     }
 
+    // Requests to another unit need no bus of this one; only what it tells later comes over the
+    // bus.
+    void AddRemote() {
+        CLI::App& group = AddGroup("remote", "Do the same on another unit, over TLS");
+        group.add_option("HOST", m_Unit.host, "The unit's IP address")->required();
+        group.add_option("--certs", m_Unit.certificates, "Directory of this unit's certificates")
+            ->capture_default_str();
+        group.add_option("--timeout", m_Unit.timeout, "Seconds to wait for an answer")
+            ->check(CLI::Range(1, 3600))
+            ->capture_default_str();
+        CLI::App* const get = Add(
+            "get", "Read parameters", [this] { return Remote::Get(m_Unit, m_Names, m_Json); },
+            &group, false);
+        get->add_option("NAME", m_Names, "A parameter, a partial path, or a name with \"*\"")
+            ->required();
+        CLI::App* const set = Add(
+            "set", "Write parameters and commit them",
+            [this] { return Remote::Set(m_Unit, m_Names, !m_NoCommit, m_Json); }, &group, false);
+        set->add_option("NAME=VALUE", m_Names, "What to write")->required();
+        AddNoCommit(set);
+        Add(
+            "commit", "Commit everything that is staged there",
+            [this] { return Remote::Commit(m_Unit, m_Json); }, &group, false);
+        CLI::App* const file = Add(
+            "file", "Fetch a file", [this] { return Remote::File(m_Unit, m_Path, m_File); }, &group,
+            false);
+        file->add_option("NAME", m_Path, "The file there")->required();
+        file->add_option("FILE", m_File, "The file here; standard output without it");
+        CLI::App* const event = Add(
+            "event", "Send an event to all applications there",
+            [this] { return Remote::Event(m_Unit, m_EventName, m_EventData, m_Json); }, &group,
+            false);
+        event->add_option("NAME", m_EventName, "The event's name")->required();
+        event->add_option("DATA", m_EventData, "Its data, usually a JSON document")->required();
+        CLI::App* const watch = Add(
+            "watch", "Print changes there as they happen",
+            [this] { return Remote::Watch(m_Unit, m_Names, m_Count, m_Json); }, &group);
+        watch->add_option("NAME", m_Names, "A parameter, a partial path, or a name with \"*\"")
+            ->required();
+        watch->add_option("--count", m_Count, "End after so many changes")
+            ->check(CLI::PositiveNumber);
+    }
+
     void AddNoCommit(CLI::App* command) {
         command->add_flag("--no-commit", m_NoCommit, "Leave it staged for 'commit'");
     }
@@ -179,9 +228,12 @@ private:
     }
 
     CLI::App* Add(const std::string& verb, const std::string& what, std::function<int()> run,
-                  CLI::App* group = nullptr) {
+                  CLI::App* group = nullptr, bool needsBus = true) {
         CLI::App* const command = (group != nullptr ? group : &m_App)->add_subcommand(verb, what);
-        command->callback([this, run = std::move(run)] { m_Run = run; });
+        command->callback([this, run = std::move(run), needsBus] {
+            m_Run = run;
+            m_NeedsBus = needsBus;
+        });
         return command;
     }
 
@@ -190,6 +242,8 @@ private:
     bool m_Json = false;
     bool m_NoCommit = false;
     bool m_Exact = false;
+    bool m_NeedsBus = true;
+    Remote::TUnit m_Unit;
     std::string m_Path;
     std::string m_File = "-";
     std::vector<std::string> m_Names;

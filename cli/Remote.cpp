@@ -1,0 +1,179 @@
+#include "Remote.h"
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+
+#include "Arguments.h"
+#include "Notices.h"
+#include "Output.h"
+#include "Progress.h"
+#include "TOstelApplication.h"
+
+namespace Remote {
+
+namespace {
+
+using Arguments::TParams;
+
+constexpr int NO_ANSWER = 75;
+
+TOstelApplication& Application() {
+    return *TOstelApplication::GetInstance();
+}
+
+// Without certificates the library would send in plain text; the tool does not.
+bool Secure(const TUnit& unit) {
+    const std::string directory = unit.certificates + "/";
+    const bool done =
+        Application().EnableSecureRemote(directory + "ostel.cert.pem", directory + "ostel.key.pem",
+                                         directory + "ostelRoot.cert.pem");
+    if (!done) {
+        Output::Complain(unit.certificates + ": no usable certificates (the log tells which)");
+    }
+    return done;
+}
+
+// A request has no end of its own when the unit keeps silent; then the program ends instead.
+template <typename TRequest>
+tOstelReturnCode Bounded(const TUnit& unit, TRequest request) {
+    auto answer = std::async(std::launch::async, request);
+    if (answer.wait_for(std::chrono::seconds(unit.timeout)) != std::future_status::ready) {
+        Output::Complain(unit.host + ": no answer within " + std::to_string(unit.timeout) + " s");
+        std::_Exit(NO_ANSWER);
+    }
+    return answer.get();
+}
+
+int Finish(const std::string& subject, tOstelReturnCode code, bool json) {
+    if (code != RC_SUCCESS) {
+        return Output::Fail(subject, code);
+    }
+    Output::PrintOk(json);
+    return 0;
+}
+
+class TWatcher : public IOstelDataModelChangeObserverRemote {
+public:
+    TWatcher(std::optional<unsigned long> count, bool json) : m_Notices(count, json) {}
+
+    void OnDataModelChangeRemote(const std::string& name, const std::string& value,
+                                 const std::string& serialNumber) override {
+        m_Notices.Notice("REMOTE",
+                         {{"SERIAL_NUMBER", serialNumber}, {"NAME", name}, {"VALUE", value}});
+    }
+
+private:
+    TNotices m_Notices;
+};
+
+}  // namespace
+
+int Get(const TUnit& unit, const std::vector<std::string>& names, bool json) {
+    if (!Secure(unit)) {
+        return Output::NO_FILE;
+    }
+    TParams all;
+    int status = 0;
+    for (const std::string& name : names) {
+        TParams params;
+        const tOstelReturnCode code =
+            Bounded(unit, [&] { return Application().GetParamRemote(unit.host, name, params); });
+        if (code != RC_SUCCESS) {
+            status = Output::Fail(unit.host + ": " + name, code);
+            continue;
+        }
+        all.insert(all.end(), params.begin(), params.end());
+    }
+    if (status == 0 || !all.empty()) {
+        Output::Print(all, json);
+    }
+    return status;
+}
+
+int Set(const TUnit& unit, const std::vector<std::string>& assignments, bool commit, bool json) {
+    const std::optional<TParams> params = Arguments::Assignments(assignments);
+    if (!params) {
+        return RC_INVALID_ARGUMENT;
+    }
+    if (!Secure(unit)) {
+        return Output::NO_FILE;
+    }
+    for (const auto& param : *params) {
+        const bool isLast = &param == &params->back();
+        const tOstelReturnCode code = Bounded(unit, [&] {
+            return Application().SetParamRemote(unit.host, param.name, param.value,
+                                                commit && isLast);
+        });
+        if (code != RC_SUCCESS) {
+            return Output::Fail(unit.host + ": " + param.name, code);
+        }
+    }
+    Output::PrintOk(json);
+    return 0;
+}
+
+int Commit(const TUnit& unit, bool json) {
+    if (!Secure(unit)) {
+        return Output::NO_FILE;
+    }
+    return Finish(unit.host, Bounded(unit, [&] { return Application().CommitRemote(unit.host); }),
+                  json);
+}
+
+int File(const TUnit& unit, const std::string& name, const std::string& file) {
+    if (!Secure(unit)) {
+        return Output::NO_FILE;
+    }
+    std::vector<char> bytes;
+    tOstelReturnCode code = RC_FAILURE;
+    {
+        const TProgress progress("fetching " + name);
+        code = Bounded(unit, [&] { return Application().GetFileRemote(unit.host, name, bytes); });
+    }
+    if (code != RC_SUCCESS) {
+        return Output::Fail(unit.host + ": " + name, code);
+    }
+    return Output::Write(file, std::string(bytes.begin(), bytes.end()));
+}
+
+int Event(const TUnit& unit, const std::string& name, const std::string& data, bool json) {
+    if (!Secure(unit)) {
+        return Output::NO_FILE;
+    }
+    return Finish(
+        unit.host + ": " + name,
+        Bounded(unit, [&] { return Application().SendEventRemote(unit.host, name, data); }), json);
+}
+
+int Watch(const TUnit& unit, const std::vector<std::string>& names,
+          std::optional<unsigned long> count, bool json) {
+    if (!Secure(unit)) {
+        return Output::NO_FILE;
+    }
+    TParams params;
+    for (const std::string& name : names) {
+        params.push_back({name, ""});
+    }
+    TWatcher watcher(count, json);
+    const tOstelReturnCode code = Bounded(unit, [&] {
+        return Application().AddDataModelChangeObserverRemote(unit.host, params, &watcher);
+    });
+    if (code != RC_SUCCESS) {
+        return Output::Fail(unit.host, code);
+    }
+    Output::Print(params, json);
+    // On standard error: whoever waits for it knows that nothing is missed from here on.
+    std::fputs("ostelcli: watching\n", stderr);
+    WaitForStopSignal();
+    return Finish(unit.host,
+                  Bounded(unit,
+                          [&] {
+                              return Application().RemoveDataModelChangeObserverRemote(
+                                  unit.host, names, &watcher);
+                          }),
+                  false);
+}
+
+}  // namespace Remote
