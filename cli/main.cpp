@@ -178,6 +178,7 @@ private:
         CLI::App& group = AddGroup("remote", "Do the same on another unit, over TLS");
         group.add_option("HOST", m_Unit.host, "The unit's IP address")->required();
         group.add_option("--certs", m_Unit.certificates, "Directory of this unit's certificates")
+            ->envname("OSTEL_CERTS")
             ->capture_default_str();
         group.add_option("--timeout", m_Unit.timeout, "Seconds to wait for an answer")
             ->check(CLI::Range(1, 3600))

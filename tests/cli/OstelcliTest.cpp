@@ -213,13 +213,7 @@ TEST(OstelcliAlone, RefusesAWrongCommandLine) {
     }
 }
 
-// The tour checks itself, and must leave nothing behind.
-TEST(Tour, EndsWell) {
-    const TFinished tour = RunProgram({"env", std::string("OSTEL_BIN=") + OSTEL_BIN, OSTEL_DEMO});
-    EXPECT_EQ(tour.status, 0) << tour.output << tour.errors;
-    EXPECT_THAT(tour.output, HasSubstr("That was the tour."));
-}
-
+// Here and there a program of the tour fails; it notices.
 TEST(Tour, FailsWhenAProgramDoes) {
     TempDir dir;
     // A gateway that does not start.
