@@ -10,7 +10,7 @@
 namespace RemoteProtocol {
 
 constexpr std::uint16_t PORT = 42042;
-constexpr std::size_t LARGEST_REQUEST = 64 * 1024;
+constexpr std::size_t LARGEST_REQUEST = std::size_t{64} * 1024;
 constexpr std::size_t LARGEST_DOCUMENT = 4096;
 constexpr std::size_t LARGEST_BINARY = 1048575;
 

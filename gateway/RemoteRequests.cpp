@@ -46,14 +46,8 @@ std::string TRemoteRequests::Answer(const std::string& request, const std::strin
     std::string binary;
     tOstelReturnCode code = RC_INVALID_ARGUMENT;
     if (document.DecodeFromString(request)) {
-        const auto type = TextField(document, "REQUEST_TYPE");
-        const auto found = type ? Requests().find(*type) : Requests().end();
         TContext context{request, document, peerAddress, reply, binary};
-        if (found != Requests().end()) {
-            code = (this->*found->second)(context);
-        } else if (type) {
-            code = RC_NOT_SUPPORTED;
-        }
+        code = Serve(context);
     }
     std::string answer = WithStatus(reply, code);
     if (answer.size() > RemoteProtocol::LARGEST_DOCUMENT) {
@@ -61,6 +55,15 @@ std::string TRemoteRequests::Answer(const std::string& request, const std::strin
         answer = WithStatus(tooLong, RC_BUFFER_OVERFLOW);
     }
     return RemoteProtocol::Framed(answer, binary);
+}
+
+tOstelReturnCode TRemoteRequests::Serve(TContext& context) {
+    const auto type = TextField(context.request, "REQUEST_TYPE");
+    if (!type) {
+        return RC_INVALID_ARGUMENT;
+    }
+    const auto found = Requests().find(*type);
+    return found != Requests().end() ? (this->*found->second)(context) : RC_NOT_SUPPORTED;
 }
 
 tOstelReturnCode TRemoteRequests::Dispatch(const std::string& type, const std::string& request,
