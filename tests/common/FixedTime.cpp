@@ -11,9 +11,20 @@
 
 namespace {
 
-std::atomic<bool> stopped{false};
-std::atomic<std::time_t> stoppedSeconds{0};
-std::atomic<long> stoppedNanoseconds{0};
+struct TStopped {
+    std::atomic<bool> isStopped{false};
+    std::atomic<std::time_t> seconds{0};
+    std::atomic<long> nanoseconds{0};
+};
+
+TStopped realTime;
+TStopped monotonic;
+
+void Stop(TStopped& clock, std::time_t seconds, long nanoseconds) {
+    clock.seconds = seconds;
+    clock.nanoseconds = nanoseconds;
+    clock.isStopped = true;
+}
 
 }  // namespace
 
@@ -21,10 +32,13 @@ extern "C" {
 
 // Visible, so that the libraries find them before those of the C library.
 OSTEL_API int clock_gettime(clockid_t clock, timespec* now) noexcept {
-    if (clock == CLOCK_REALTIME && stopped) {
-        now->tv_sec = stoppedSeconds;
-        now->tv_nsec = stoppedNanoseconds;
-        return 0;
+    if (clock == CLOCK_REALTIME || clock == CLOCK_MONOTONIC) {
+        const TStopped& stopped = clock == CLOCK_REALTIME ? realTime : monotonic;
+        if (stopped.isStopped) {
+            now->tv_sec = stopped.seconds;
+            now->tv_nsec = stopped.nanoseconds;
+            return 0;
+        }
     }
     return static_cast<int>(syscall(SYS_clock_gettime, clock, now));
 }
@@ -41,9 +55,11 @@ OSTEL_API std::time_t time(std::time_t* out) noexcept {
 }  // extern "C"
 
 void FixedTime::StopAt(std::time_t seconds, long nanoseconds) {
-    stoppedSeconds = seconds;
-    stoppedNanoseconds = nanoseconds;
-    stopped = true;
+    Stop(realTime, seconds, nanoseconds);
+}
+
+void FixedTime::StopMonotonicAt(std::time_t seconds, long nanoseconds) {
+    Stop(monotonic, seconds, nanoseconds);
 }
 
 void FixedTime::StopAt(const std::string& zone, const std::string& local) {
@@ -52,4 +68,9 @@ void FixedTime::StopAt(const std::string& zone, const std::string& local) {
     time.tm_isdst = -1;
     ASSERT_NE(strptime(local.c_str(), "%F %T", &time), nullptr) << local;
     StopAt(std::mktime(&time));
+}
+
+void FixedTime::GoOn() {
+    realTime.isStopped = false;
+    monotonic.isStopped = false;
 }

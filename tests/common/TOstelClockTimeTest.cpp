@@ -23,7 +23,10 @@ constexpr const char* southEastAustralia = "AEST-10AEDT,M10.1.0,M4.1.0/3";
 
 class TOstelClockTimeTest : public testing::Test {
 protected:
-    TOstelClockTimeTest() { setenv("TZ", utc, 1); }
+    TOstelClockTimeTest() {
+        setenv("TZ", utc, 1);
+        FixedTime::GoOn();
+    }
 };
 
 TOstelClockTime Time(int hours, int minutes, int seconds, int days = 0) {
