@@ -44,7 +44,7 @@ public:
     void Next();
     TDirIterator& operator++();
     // The result is a copy, and so stands at the first entry.
-    TDirIterator operator++(int);
+    const TDirIterator operator++(int);
 
     // Both are empty at the end.
     std::string GetName() const;

@@ -147,7 +147,7 @@ TDirIterator& TDirIterator::operator++() {
     return *this;
 }
 
-TDirIterator TDirIterator::operator++(int) {
+const TDirIterator TDirIterator::operator++(int) {
     TDirIterator copy(*this);
     Next();
     return copy;

@@ -6,8 +6,6 @@ using namespace OstelFileUtils;
 
 namespace {
 
-using testing::UnorderedElementsAre;
-
 // More than a chunk, with every byte in it, zeros too.
 std::string Bytes(std::size_t count) {
     std::string bytes(count, '\0');
