@@ -21,6 +21,10 @@ std::string WithStatus(TOstelJsonObject& reply, tOstelReturnCode code) {
     return reply.EncodeToString(-1);
 }
 
+bool Fits(const std::string& answer) {
+    return answer.size() <= RemoteProtocol::LARGEST_DOCUMENT;
+}
+
 }  // namespace
 
 TRemoteRequests::TRemoteRequests(TDispatcher& dispatcher, TSubscriptions& subscriptions,
@@ -50,7 +54,7 @@ std::string TRemoteRequests::Answer(const std::string& request, const std::strin
         code = Serve(context);
     }
     std::string answer = WithStatus(reply, code);
-    if (answer.size() > RemoteProtocol::LARGEST_DOCUMENT) {
+    if (!Fits(answer)) {
         TOstelJsonObject tooLong;
         answer = WithStatus(tooLong, RC_BUFFER_OVERFLOW);
     }
@@ -123,12 +127,14 @@ tOstelReturnCode TRemoteRequests::Subscribe(TContext& context) {
     if (!names || !serialNumber || TextField(context.request, "EVENT_NAME") != CHANGE_EVENT) {
         return RC_INVALID_ARGUMENT;
     }
+    // Whoever is told of a failure is not subscribed, so try before.
     TOstelJsonObject ignored;
     const tOstelReturnCode code = Dispatch("GET_PARAM_ARRAY", context.text, ignored);
     if (code != RC_SUCCESS) {
         return code;
     }
-    if (!m_Subscriptions.Add(context.peerAddress, *serialNumber, *names)) {
+    if (!Fits(WithStatus(ignored, code)) ||
+        !m_Subscriptions.Add(context.peerAddress, *serialNumber, *names)) {
         return RC_BUFFER_OVERFLOW;
     }
     // Read again, now that no change can be missed.

@@ -1,6 +1,7 @@
 #include "Subscriptions.h"
 
 #include <algorithm>
+#include <numeric>
 #include <utility>
 
 #include "Path.h"
@@ -11,6 +12,15 @@
 namespace {
 
 constexpr std::size_t MOST_PEERS = 64;
+constexpr std::size_t MOST_NAMES = 4096;  // of one peer
+
+using TNames = std::map<std::string, std::set<std::string>>;
+
+std::size_t CountNames(const TNames& names) {
+    return std::accumulate(
+        names.begin(), names.end(), std::size_t{0},
+        [](std::size_t sum, const auto& subscriber) { return sum + subscriber.second.size(); });
+}
 constexpr std::chrono::seconds LONGEST_PAUSE{8};
 
 }  // namespace
@@ -84,7 +94,12 @@ TSubscriptions::TSubscriptions(std::string serialNumber, TDelivery::TSend send,
 bool TSubscriptions::Add(const std::string& address, const std::string& serialNumber,
                          const std::vector<std::string>& names) {
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    if (m_Peers.count(address) == 0 && m_Peers.size() >= MOST_PEERS) {
+    if (names.empty()) {
+        return true;
+    }
+    const auto known = m_Peers.find(address);
+    if (known == m_Peers.end() ? m_Peers.size() >= MOST_PEERS
+                               : CountNames(known->second.names) + names.size() > MOST_NAMES) {
         return false;
     }
     TPeer& peer = m_Peers[address];

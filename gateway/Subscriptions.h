@@ -63,7 +63,7 @@ public:
                    TDelivery::TPatience patience = TDelivery::TPatience());
 
     // Subscribers are told from each other by their addresses and serial numbers. False when there
-    // are too many peers.
+    // are too many peers, or too many names at one of them; then nothing is added.
     bool Add(const std::string& address, const std::string& serialNumber,
              const std::vector<std::string>& names);
     void Remove(const std::string& address, const std::string& serialNumber,

@@ -17,6 +17,11 @@ namespace {
 
 constexpr int VERIFY_DEPTH = 3;
 
+// A key with a pass phrase cannot be loaded; asking for it would wait at a terminal.
+int NoPassPhrase(char*, int, int, void*) {
+    return -1;
+}
+
 [[noreturn]] void FailTls(const std::string& what) {
     std::array<char, 256> cause{};
     ERR_error_string_n(ERR_get_error(), cause.data(), cause.size());
@@ -77,6 +82,7 @@ TTlsContext::TTlsContext(const std::string& directory) : m_Context(SSL_CTX_new(T
     if (SSL_CTX_use_certificate_file(context, certificate.c_str(), SSL_FILETYPE_PEM) != 1) {
         FailTls(certificate);
     }
+    SSL_CTX_set_default_passwd_cb(context, &NoPassPhrase);
     if (SSL_CTX_use_PrivateKey_file(context, key.c_str(), SSL_FILETYPE_PEM) != 1 ||
         SSL_CTX_check_private_key(context) != 1) {
         FailTls(key);

@@ -25,6 +25,8 @@ struct TRemoteFiles {
         std::filesystem::create_directories(directory.Path() / "files");
         std::ofstream(directory.File("files/log.txt")) << "the log\n";
         std::ofstream(directory.File("secret")) << "secret\n";
+        std::ofstream(directory.File("files/most")) << std::string(1048575, 'x');
+        std::ofstream(directory.File("files/more")) << std::string(1048576, 'x');
     }
 
     CertificateMaker certificates;
@@ -117,6 +119,13 @@ TEST_F(GatewayRemote, GivesFilesOfItsDirectoryOnly) {
     }
 }
 
+TEST_F(GatewayRemote, GivesFilesAsLongAsAnAnswerMayBe) {
+    std::vector<char> bytes;
+    EXPECT_EQ(m_App.GetFileRemote(m_Host, "most", bytes), RC_SUCCESS);
+    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), std::string(1048575, 'x'));
+    EXPECT_EQ(m_App.GetFileRemote(m_Host, "more", bytes), RC_FAILURE);
+}
+
 TEST_F(GatewayRemote, BroadcastsEventsOnItsBus) {
     const RawPeer watcher;
     EXPECT_EQ(m_App.SendEventRemote(m_Host, "HELLO", "{\"a\":1}"), RC_SUCCESS);
@@ -149,6 +158,23 @@ TEST_F(GatewayRemote, SubscribesToNothingThatItDoesNotHave) {
     EXPECT_EQ(Ask(R"({"REQUEST_TYPE":"SUBSCRIBE","EVENT_NAME":"REMOTE_DATA_MODEL_CHANGED",)"
                   R"("PARAMS":[{"NAME":"Device.X"}],"SERIAL_NUMBER":"S1"})"),
               R"({"STATUS":"RC_INVALID_PARAM_NAME"})");
+}
+
+TEST_F(GatewayRemote, WhoIsToldOfAFailureIsNotSubscribed) {
+    const TlsPeer subscriber({m_Unit}, TlsPeer::Framed(R"({"STATUS":"OK"})"));
+    const std::vector<std::string> from = {"-bind", subscriber.Host() + ":0"};
+    const auto subscribe = [&](const std::string& name) {
+        return Ask(R"({"REQUEST_TYPE":"SUBSCRIBE","EVENT_NAME":"REMOTE_DATA_MODEL_CHANGED",)"
+                   R"("PARAMS":[{"NAME":")" +
+                       name + R"("}],"SERIAL_NUMBER":"S1"})",
+                   from);
+    };
+    EXPECT_EQ(subscribe("Device."), R"({"STATUS":"RC_BUFFER_OVERFLOW"})");
+    EXPECT_EQ(m_App.SetParam(LED, "BLINK", true), RC_SUCCESS);
+    EXPECT_THAT(subscribe(LED), HasSubstr("BLINK"));
+    EXPECT_EQ(m_App.SetParam(LED, "OFF", true), RC_SUCCESS);
+    ASSERT_TRUE(subscriber.WaitForRequest());
+    EXPECT_THAT(subscriber.Requests().at(0), HasSubstr("OFF"));
 }
 
 TEST_F(GatewayRemote, EndsCleanly) {

@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <array>
 #include <filesystem>
 #include <memory>
 
@@ -240,6 +241,18 @@ TEST(TTlsContext, SaysWhichFileIsWrong) {
     EXPECT_EQ(error(unit), "");
     std::filesystem::remove(unit + "ostelRoot.cert.pem");
     EXPECT_THAT(error(unit), HasSubstr("ostelRoot.cert.pem: "));
+}
+
+TEST(TTlsContext, AsksNobodyForAPassPhrase) {
+    CertificateMaker certificates;
+    const std::string directory = certificates.KeyWithPassPhrase("locked", "secret");
+    std::array<int, 2> terminal{};
+    ASSERT_EQ(pipe(terminal.data()), 0);
+    ASSERT_EQ(write(terminal[1], "secret\n", 7), 7);
+    close(terminal[1]);
+    dup2(terminal[0], STDIN_FILENO);
+    close(terminal[0]);
+    EXPECT_THROW(TTlsContext{directory}, std::runtime_error);
 }
 
 class Delivering : public RemoteService {

@@ -164,4 +164,22 @@ TEST_F(Subscriptions, HaveALimitOfPeers) {
     EXPECT_TRUE(m_Subscriptions.Add("10.0.0.1", "T", {"A"}));
 }
 
+TEST_F(Subscriptions, HaveALimitOfNamesAtEachPeer) {
+    const std::string peer = "10.0.0.1";
+    for (int i = 0; i < 4096; ++i) {
+        ASSERT_TRUE(m_Subscriptions.Add(peer, "S" + std::to_string(i), {"A"}));
+    }
+    EXPECT_FALSE(m_Subscriptions.Add(peer, "one more", {"A"}));
+    EXPECT_TRUE(m_Subscriptions.Add("10.0.0.2", "S", {"A"}));
+    m_Subscriptions.Remove(peer, "S0", {"A"});
+    EXPECT_TRUE(m_Subscriptions.Add(peer, "one more", {"A"}));
+}
+
+TEST_F(Subscriptions, ToNothingTakeNoRoom) {
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_TRUE(m_Subscriptions.Add("10.0.0." + std::to_string(i), "S", {}));
+    }
+    EXPECT_TRUE(m_Subscriptions.Add("10.0.1.1", "S", {"A"}));
+}
+
 }  // namespace
