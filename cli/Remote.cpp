@@ -68,6 +68,20 @@ private:
     TNotices m_Notices;
 };
 
+// Observers are told of the very names that they gave, so these have to be those of parameters.
+tOstelReturnCode Expand(const TUnit& unit, const std::vector<std::string>& names, TParams& all) {
+    for (const std::string& name : names) {
+        TParams params;
+        const tOstelReturnCode code =
+            Bounded(unit, [&] { return Application().GetParamRemote(unit.host, name, params); });
+        if (code != RC_SUCCESS) {
+            return code;
+        }
+        all.insert(all.end(), params.begin(), params.end());
+    }
+    return all.empty() ? RC_NOT_FOUND : RC_SUCCESS;
+}
+
 }  // namespace
 
 int Get(const TUnit& unit, const std::vector<std::string>& names, bool json) {
@@ -153,11 +167,16 @@ int Watch(const TUnit& unit, const std::vector<std::string>& names,
         return Output::NO_FILE;
     }
     TParams params;
-    for (const std::string& name : names) {
-        params.push_back({name, ""});
+    tOstelReturnCode code = Expand(unit, names, params);
+    if (code != RC_SUCCESS) {
+        return Output::Fail(unit.host, code);
+    }
+    std::vector<std::string> watched;
+    for (const auto& param : params) {
+        watched.push_back(param.name);
     }
     TWatcher watcher(count, json);
-    const tOstelReturnCode code = Bounded(unit, [&] {
+    code = Bounded(unit, [&] {
         return Application().AddDataModelChangeObserverRemote(unit.host, params, &watcher);
     });
     if (code != RC_SUCCESS) {
@@ -167,13 +186,14 @@ int Watch(const TUnit& unit, const std::vector<std::string>& names,
     // On standard error: whoever waits for it knows that nothing is missed from here on.
     std::fputs("ostelcli: watching\n", stderr);
     WaitForStopSignal();
-    return Finish(unit.host,
-                  Bounded(unit,
-                          [&] {
-                              return Application().RemoveDataModelChangeObserverRemote(
-                                  unit.host, names, &watcher);
-                          }),
-                  false);
+    code = Bounded(unit, [&] {
+        return Application().RemoveDataModelChangeObserverRemote(unit.host, watched, &watcher);
+    });
+    if (code != RC_SUCCESS) {
+        // Still observing: there is no way back to where it would be gone.
+        std::_Exit(Output::Fail(unit.host, code));
+    }
+    return 0;
 }
 
 }  // namespace Remote

@@ -105,23 +105,59 @@ TEST_F(RemoteOfTheTool, DoesNotWaitForeverForAnAnswer) {
     EXPECT_EQ(get.errors, "ostelcli: " + silent.Host() + ": no answer within 1 s\n");
 }
 
-TEST_F(RemoteOfTheTool, WatchTellsChangesThatCome) {
-    const TlsPeer unit({m_Certificates.Unit("watched")},
-                       TlsPeer::Framed(R"({"STATUS":"OK","PARAMS":[{"NAME":"A","VALUE":"1"}]})"));
+TEST_F(RemoteOfTheTool, SendsNothingWhenAnyOfItsFilesIsMissing) {
+    const TlsPeer plain({}, TlsPeer::Framed(R"({"STATUS":"OK"})"));
+    for (const char* file : {"ostel.cert.pem", "ostel.key.pem", "ostelRoot.cert.pem"}) {
+        const std::string unit = m_Certificates.Unit(file);
+        std::filesystem::remove(unit + file);
+        EXPECT_EQ(Cli({"remote", "--certs", unit, plain.Host(), "commit"}).status, 66) << file;
+    }
+    EXPECT_EQ(plain.Ended(), 0);
+}
+
+TEST_F(RemoteOfTheTool, TrustsNoStranger) {
+    for (const std::string& unit :
+         {m_Certificates.SelfSigned("self"), m_Certificates.Foreign("foreign"),
+          m_Certificates.Expired("expired")}) {
+        const TlsPeer stranger({unit}, TlsPeer::Framed(R"({"STATUS":"OK"})"));
+        EXPECT_EQ(Remote({"commit"}, stranger.Host()).status, 255) << unit;
+        EXPECT_TRUE(stranger.Requests().empty()) << unit;
+    }
+}
+
+// The unit that is watched is a script here; what it tells comes over this unit's bus anyway.
+TEST_F(RemoteOfTheTool, WatchesTheVeryParametersThatANameStandsFor) {
+    const TlsPeer unit(
+        {m_Certificates.Unit("watched")},
+        TlsPeer::Framed(R"({"PARAMS":[{"NAME":"A.X","VALUE":"1"},{"NAME":"A.Y","VALUE":"2"}],)"
+                        R"("STATUS":"OK"})"));
     ChildProcess watch(
-        {OSTELCLI, "remote", "--certs", m_Unit, unit.Host(), "watch", "A", "--count", "1"});
+        {OSTELCLI, "remote", "--certs", m_Unit, unit.Host(), "watch", "A.", "--count", "1"});
     ASSERT_TRUE(watch.WaitForErrors("ostelcli: watching"));
-    EXPECT_EQ(watch.Output(), "A  1\n");
+    EXPECT_EQ(watch.Output(), "A.X  1\nA.Y  2\n");
     // As this unit's own service passes it on.
-    EXPECT_EQ(Remote({"event", "REMOTE_DATA_MODEL_CHANGED",
-                      R"({"SERIAL_NUMBER":"S","NAME":"A","VALUE":"2"})"})
-                  .status,
-              0);
+    for (const std::string name : {"B", "A.Y"}) {
+        EXPECT_EQ(Remote({"event", "REMOTE_DATA_MODEL_CHANGED",
+                          R"({"SERIAL_NUMBER":"S","NAME":")" + name + R"(","VALUE":"3"})"})
+                      .status,
+                  0);
+    }
     EXPECT_EQ(watch.Wait(), 0);
-    EXPECT_EQ(watch.Output(), "A  1\nREMOTE  S  A  2\n");
-    ASSERT_EQ(unit.Requests().size(), 2U);
-    EXPECT_THAT(unit.Requests()[0], HasSubstr(R"("REQUEST_TYPE":"SUBSCRIBE")"));
-    EXPECT_THAT(unit.Requests()[1], HasSubstr(R"("REQUEST_TYPE":"UNSUBSCRIBE")"));
+    EXPECT_EQ(watch.Output(), "A.X  1\nA.Y  2\nREMOTE  S  A.Y  3\n");
+    const std::string subscription =
+        R"("EVENT_NAME":"REMOTE_DATA_MODEL_CHANGED","PARAMS":[{"NAME":"A.X"},{"NAME":"A.Y"}],)"
+        R"("SERIAL_NUMBER":"KV0123456789"})";
+    EXPECT_THAT(unit.Requests(),
+                testing::ElementsAre(R"({"REQUEST_TYPE":"GET_PARAM","NAME":"A."})",
+                                     R"({"REQUEST_TYPE":"SUBSCRIBE",)" + subscription,
+                                     R"({"REQUEST_TYPE":"UNSUBSCRIBE",)" + subscription));
+}
+
+TEST_F(RemoteOfTheTool, DoesNotWatchWhatIsNotThere) {
+    EXPECT_EQ(Remote({"watch", "Device.Nothing"}).status, 255);
+    const TlsPeer unit({m_Certificates.Unit("other")},
+                       TlsPeer::Framed(R"({"PARAMS":[],"STATUS":"OK"})"));
+    EXPECT_EQ(Remote({"watch", "Device.*.X"}, unit.Host()).status, 6);
 }
 
 }  // namespace
