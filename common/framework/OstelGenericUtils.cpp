@@ -13,6 +13,7 @@
 #include <memory>
 #include <random>
 #include <sstream>
+#include <string_view>
 
 namespace OstelGenericUtils {
 
@@ -22,7 +23,12 @@ template <typename T, typename Parsed>
 bool ParseInteger(const std::string& s, T& v, Parsed (*parse)(const char*, char**, int)) {
     char* end = nullptr;
     v = static_cast<T>(parse(s.c_str(), &end, 10));
-    return *end == '\0';
+    // The text's own end: a NUL inside of it ends the parse, but leaves the rest unread.
+    return end == s.data() + s.size();
+}
+
+bool IsWord(const std::string& s, std::string_view word) {
+    return s.size() == word.size() && strcasecmp(s.c_str(), word.data()) == 0;
 }
 
 }  // namespace
@@ -51,11 +57,11 @@ bool StringToInteger(const std::string& s, unsigned long long& v) {
 }
 
 bool StringToBoolean(const std::string& s, bool& v) {
-    if (strcasecmp(s.c_str(), "true") == 0 || s == "1") {
+    if (IsWord(s, "true") || s == "1") {
         v = true;
         return true;
     }
-    if (strcasecmp(s.c_str(), "false") == 0 || s == "0") {
+    if (IsWord(s, "false") || s == "0") {
         v = false;
         return true;
     }
@@ -174,6 +180,10 @@ int PThreadCondInit(pthread_cond_t& cond) {
 }
 
 std::string RunCmd(const std::string& cmd) {
+    // The shell would run what stands before the NUL, which is another command.
+    if (cmd.find('\0') != std::string::npos) {
+        return "";
+    }
     const std::unique_ptr<std::FILE, decltype(&pclose)> pipe(popen(cmd.c_str(), "r"), &pclose);
     if (!pipe) {
         return "";

@@ -68,8 +68,9 @@ OSTEL_API long GetSystemUpTime();
 OSTEL_API int PThreadCondInit(pthread_cond_t& cond);
 
 // What the shell command prints on its standard output, without the line feeds at its end; empty
-// when it could not be started. Blocks until the command ends. A signal handler without SA_RESTART
-// that runs on this thread meanwhile cuts the output short.
+// when it could not be started or holds a NUL. Blocks until the command ends. Meant for text: of
+// output with NULs in it, parts are missing. A signal handler without SA_RESTART that runs on this
+// thread meanwhile cuts the output short.
 OSTEL_API std::string RunCmd(const std::string& cmd);
 
 }  // namespace OstelGenericUtils

@@ -65,6 +65,24 @@ TYPED_TEST(IntegerParsing, KnowsBaseTenOnly) {
     EXPECT_EQ(value, TypeParam{10});
 }
 
+TYPED_TEST(IntegerParsing, DoesNotTakeANulForTheEnd) {
+    TypeParam value = 5;
+    EXPECT_FALSE(StringToInteger(std::string("12\0a", 4), value));
+    EXPECT_EQ(value, TypeParam{12});
+    EXPECT_FALSE(StringToInteger(std::string("\0", 1), value));
+    EXPECT_EQ(value, TypeParam{0});
+}
+
+// Kept: the parse is as wide as long on each machine, and its result is cut.
+TEST(StringToInteger, CutsWhatTheParseHoldsAndTheTypeDoesNot) {
+    int cut = 0;
+    EXPECT_TRUE(StringToInteger("4294967297", cut));
+    EXPECT_EQ(cut, sizeof(long) == 8 ? 1 : INT_MAX);
+    unsigned int cutUnsigned = 0;
+    EXPECT_TRUE(StringToInteger("4294967298", cutUnsigned));
+    EXPECT_EQ(cutUnsigned, sizeof(long) == 8 ? 2 : UINT_MAX);
+}
+
 TEST(StringToInteger, ClampsAsStrtolDoesAndCountsItAsRead) {
     long value = 0;
     EXPECT_TRUE(StringToInteger("99999999999999999999", value));
@@ -94,7 +112,10 @@ TEST(StringToBoolean, KnowsFourWords) {
 }
 
 TEST(StringToBoolean, LeavesTheValueAloneForAnythingElse) {
-    for (const char* text : {"yes", "", "2", " true", "true ", "01", "on"}) {
+    for (const std::string& text :
+         {std::string("yes"), std::string(), std::string("2"), std::string(" true"),
+          std::string("true "), std::string("01"), std::string("on"), std::string("true\0x", 6),
+          std::string("false\0", 6), std::string("1\0", 2)}) {
         bool value = true;
         EXPECT_FALSE(StringToBoolean(text, value)) << text;
         EXPECT_TRUE(value);
@@ -135,6 +156,9 @@ TEST(ReplaceSubstring, SkipsByTheLengthOfWhatItReplaced) {
     std::string again = "abb";
     ReplaceSubstring(again, "ab", "--a");
     EXPECT_EQ(again, "----a");
+    std::string overlap = "abb";
+    ReplaceSubstring(overlap, "ab", "cda");
+    EXPECT_EQ(overlap, "cdcda");
 }
 
 TEST(Split, KeepsEmptyPiecesButNoEmptyLast) {
@@ -207,11 +231,12 @@ TEST(DemangleTypeName, NamesTypesAndLeavesTheRest) {
 
 TEST(GetRandomAlphaNumString, HasTheLengthAndTheAlphabet) {
     EXPECT_EQ(GetRandomAlphaNumString(0), "");
-    EXPECT_EQ(GetRandomAlphaNumString(16).size(), 16U);
+    const char* const alphabet = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+    const std::string name = GetRandomAlphaNumString(16);
+    EXPECT_EQ(name.size(), 16U);
+    EXPECT_EQ(name.find_first_not_of(alphabet), std::string::npos);
     const std::string text = GetRandomAlphaNumString(20000);
-    EXPECT_EQ(
-        text.find_first_not_of("0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"),
-        std::string::npos);
+    EXPECT_EQ(text.find_first_not_of(alphabet), std::string::npos);
     EXPECT_EQ(std::set<char>(text.begin(), text.end()).size(), 62U);
 }
 
@@ -254,6 +279,12 @@ TEST(TimeToLocalTimeString, IsEmptyWhenItDoesNotFit) {
     setenv("TZ", "<ABCDEFGHIJKLMNOPQRSTUVW>0", 1);
     tzset();
     EXPECT_EQ(TimeToLocalTimeString(0).size(), 49U);
+}
+
+TEST(TimeToLocalTimeString, IsEmptyForATimeThatNoCalendarHolds) {
+    const std::string text = TimeToLocalTimeString(std::numeric_limits<long>::max());
+    // Where long has 32 bits, each of its values is a date.
+    EXPECT_EQ(text.empty(), sizeof(long) == 8) << text;
 }
 
 TEST(GetSystemUpTime, CountsSecondsSinceTheStart) {
@@ -305,6 +336,10 @@ TEST(RunCmd, IsEmptyWhenItCannotMakeAPipe) {
     EXPECT_EQ(RunCmd("printf x"), "");
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
     EXPECT_EQ(RunCmd("printf x"), "x");
+}
+
+TEST(RunCmd, RunsNothingOfACommandWithANul) {
+    EXPECT_EQ(RunCmd(std::string("echo a\0b", 8)), "");
 }
 
 TEST(RunCmd, IsEmptyForAnUnknownCommand) {
