@@ -2,13 +2,21 @@
 
 #include <algorithm>
 #include <limits>
+#include <memory>
 
 #include "OstelLog.h"
 
 namespace {
 
-// The object whose worker this thread is.
+// The workers of one object that were started together.
+struct TCrew {
+    std::mutex mutex;
+    std::int32_t active = 0;  // those that have not left for good
+};
+
+// The object whose worker this thread is, and its crew.
 thread_local const TOstelIpc* served = nullptr;
+thread_local std::shared_ptr<TCrew> crew;
 
 // Early, as the event names below: listeners register while the library is being loaded.
 __attribute__((init_priority(1000))) const std::string ALL_EVENTS = "*";
@@ -63,21 +71,31 @@ void TOstelIpc::Init(const std::string& name) {
 }
 
 void TOstelIpc::Run() {
-    std::int32_t started = 0;
-    if (!m_Running) {
-        // Workers that a callback has stopped may still be leaving. The one that the callback runs
-        // on stays: it is the first of those that are asked for.
-        if (IsServedByThisThread()) {
-            started = 1;
-        } else {
+    std::shared_ptr<TCrew> workers;
+    if (!m_Running && IsServedByThisThread()) {
+        // A callback has stopped the object and now goes on with it. The worker that it runs on
+        // stays, and so does each that has not left yet.
+        workers = crew;
+    } else {
+        workers = std::make_shared<TCrew>();
+        if (!m_Running) {
+            // Workers that a callback has stopped may still be leaving.
             TOstelIpc::Stop();
         }
     }
+    const std::lock_guard<std::mutex> lock(workers->mutex);
     m_Running = true;
-    for (; started < m_Threads; ++started) {
-        m_Workers.emplace_back([this] {
+    for (; workers->active < m_Threads; ++workers->active) {
+        m_Workers.emplace_back([this, workers] {
             served = this;
-            MainLoop();
+            crew = workers;
+            bool isLeaving = false;
+            while (!isLeaving) {
+                MainLoop();
+                const std::lock_guard<std::mutex> leaving(workers->mutex);
+                isLeaving = !m_Running;
+                workers->active -= isLeaving ? 1 : 0;
+            }
         });
     }
 }

@@ -36,6 +36,10 @@ void TBusPump::Settle(DBusConnection* connection) {
     }
 }
 
+void TBusPump::Interrupt() {
+    m_Wakeup.Wake();
+}
+
 bool TBusPump::RunUntil(std::unique_lock<std::mutex>& held, DBusConnection* connection,
                         const TCondition& condition, TClock::time_point deadline) {
     while (!condition()) {

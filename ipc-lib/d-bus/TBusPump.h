@@ -41,6 +41,9 @@ public:
     bool RunUntil(std::unique_lock<std::mutex>& held, DBusConnection* connection,
                   const TCondition& condition, TClock::time_point deadline);
 
+    // To be called, held, when the connection is closed, so that who waits on it finds it lost.
+    void Interrupt();
+
 private:
     void Read(std::unique_lock<std::mutex>& held, DBusConnection* connection,
               TClock::time_point deadline);

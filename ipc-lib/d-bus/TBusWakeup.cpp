@@ -15,7 +15,7 @@ TBusWakeup::~TBusWakeup() {
     }
 }
 
-void TBusWakeup::WaitForInput(DBusConnection* connection, int timeoutMs) const {
+bool TBusWakeup::WaitForInput(DBusConnection* connection, int timeoutMs) const {
     int descriptor = -1;
     short events = POLLIN;
     if (connection != nullptr) {
@@ -28,7 +28,7 @@ void TBusWakeup::WaitForInput(DBusConnection* connection, int timeoutMs) const {
         }
     }
     std::array<pollfd, 2> sources{{{descriptor, events, 0}, {m_Event, POLLIN, 0}}};
-    poll(sources.data(), sources.size(), timeoutMs);
+    return poll(sources.data(), sources.size(), timeoutMs) > 0 && sources[1].revents != 0;
 }
 
 void TBusWakeup::Wake() const {

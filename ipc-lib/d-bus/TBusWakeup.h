@@ -16,8 +16,8 @@ public:
 
     // Returns when the connection's socket has something to read, or takes what is left to write,
     // after Wake, or after the timeout; -1 is none. A null or lost connection has nothing, so that
-    // its loop does not spin.
-    void WaitForInput(DBusConnection* connection, int timeoutMs) const;
+    // its loop does not spin. True when it was woken.
+    bool WaitForInput(DBusConnection* connection, int timeoutMs) const;
 
     // Ends every wait, present and future, until Reset.
     void Wake() const;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <stdexcept>
@@ -79,18 +80,34 @@ int ToMilliseconds(std::uint32_t seconds) {
     return static_cast<int>(std::min(seconds, longest) * 1000);
 }
 
-// Gives back both references that the object holds.
 void Close(DBusConnection* connection) {
-    if (connection == nullptr) {
-        return;
+    if (connection != nullptr) {
+        dbus_connection_close(connection);
+        dbus_connection_unref(connection);
     }
-    dbus_connection_close(connection);
-    dbus_connection_unref(connection);
-    dbus_connection_unref(connection);
 }
 
+// The object holds two references. The second keeps what workers are using in place, and is given
+// back when there are none.
+void CloseForGood(DBusConnection* connection) {
+    Close(connection);
+    if (connection != nullptr) {
+        dbus_connection_unref(connection);
+    }
+}
+
+// Keeps the connection that a call waits on, in case another thread disconnects the object.
+struct TConnectionUnref {
+    void operator()(DBusConnection* connection) const { dbus_connection_unref(connection); }
+};
+class TSharedConnection : public std::unique_ptr<DBusConnection, TConnectionUnref> {
+public:
+    explicit TSharedConnection(DBusConnection* connection)
+        : unique_ptr(connection == nullptr ? nullptr : dbus_connection_ref(connection)) {}
+};
+
 struct TConnectionCloser {
-    void operator()(DBusConnection* connection) const { Close(connection); }
+    void operator()(DBusConnection* connection) const { CloseForGood(connection); }
 };
 
 }  // namespace
@@ -113,6 +130,7 @@ TOstelDBus::TOstelDBus()
       m_Connected(false),
       m_DispatchTimeoutMs(1000),
       m_Monitoring(false),
+      m_OwnsName(false),
       m_WorkerWakeup(std::make_shared<TBusWakeup>()),
       m_ClientPump(std::make_unique<TBusPump>()) {
     dbus_threads_init_default();
@@ -146,7 +164,11 @@ void TOstelDBus::Connect() {
 
 void TOstelDBus::OpenConnections() {
     std::unique_ptr<DBusConnection, TConnectionCloser> server(CreateConnection(DBUS_BUS_SYSTEM));
-    m_ClientConnection = CreateConnection(DBUS_BUS_SYSTEM);
+    DBusConnection* const client = CreateConnection(DBUS_BUS_SYSTEM);
+    {
+        const auto held = m_ClientPump->Hold();
+        m_ClientConnection = client;
+    }
     m_BusName += std::to_string(getpid());
     m_ObjectPath += std::to_string(getpid());
     TBusError error;
@@ -166,10 +188,25 @@ void TOstelDBus::OpenConnections() {
 }
 
 void TOstelDBus::Disconnect() {
-    Close(m_ServerConnection.exchange(nullptr));
-    Close(std::exchange(m_ClientConnection, nullptr));
-    m_Connected = false;
-    m_Monitoring = false;
+    // Workers use the server connection; a callback cannot wait until they do not.
+    const bool wasRunning = m_Running && !IsServedByThisThread();
+    if (wasRunning) {
+        Stop();
+    }
+    {
+        const std::lock_guard<std::mutex> lock(m_ConnectMutex);
+        const auto held = m_ClientPump->Hold();
+        const auto close = IsServedByThisThread() ? Close : CloseForGood;
+        close(m_ServerConnection.exchange(nullptr));
+        CloseForGood(std::exchange(m_ClientConnection, nullptr));
+        m_ClientPump->Interrupt();
+        m_Connected = false;
+        m_Monitoring = false;
+        m_OwnsName = false;
+    }
+    if (wasRunning) {
+        StartWorkers();
+    }
 }
 
 void TOstelDBus::Init(const std::string& name) {
@@ -230,7 +267,8 @@ void TOstelDBus::RegisterBusName() {
     const int result =
         dbus_bus_request_name(m_ServerConnection, m_BusName.c_str(), NAME_FLAGS, error());
     error.Check("dbus_bus_request_name");
-    if (result != DBUS_REQUEST_NAME_REPLY_PRIMARY_OWNER) {
+    m_OwnsName = result == DBUS_REQUEST_NAME_REPLY_PRIMARY_OWNER;
+    if (!m_OwnsName) {
         ztLogging_log(ZT_LOG_LEVEL_ERROR, "The '%s' name is already taken!", m_BusName.c_str());
     }
 }
@@ -238,12 +276,15 @@ void TOstelDBus::RegisterBusName() {
 void TOstelDBus::ReleaseBusName() {
     // A name that the bus does not allow was never owned, such as the one that ends in the process
     // id because the object connected before it was named.
-    if (!MayOwnNames() || !OstelBusText::IsBusName(m_BusName)) {
+    if (!m_Connected || !OstelBusText::IsBusName(m_BusName)) {
         return;
     }
+    m_OwnsName = false;
     TBusError error;
-    dbus_bus_release_name(m_ServerConnection, m_BusName.c_str(), error());
-    error.Check("dbus_bus_release_name");
+    if (MayOwnNames()) {
+        dbus_bus_release_name(m_ServerConnection, m_BusName.c_str(), error());
+        error.Check("dbus_bus_release_name");
+    }
     // The library never requests this name. Its release is part of what other applications see on
     // the bus when one changes its name, and stays.
     const std::string clientName = m_BusName + CLIENT_NAME_SUFFIX;
@@ -282,18 +323,24 @@ bool TOstelDBus::SendStopCall() {
     if (!m_Connected) {
         return false;
     }
-    DBusMessage* const message = NewMethodCall(m_Name, "Disconnected");
+    // The name that the bus knows: Init has stored the next one already.
+    DBusMessage* const message =
+        NewMethodCall(m_BusName.substr(std::strlen(BUS_NAME_PREFIX)), "Disconnected");
     if (message == nullptr) {
         return false;
     }
     const TBusMessage call(message);
     dbus_message_set_no_reply(call(), true);
     const auto held = m_ClientPump->Hold();
-    dbus_connection_send(m_ClientConnection, call(), nullptr);
-    m_ClientPump->Settle(m_ClientConnection);
-    return !m_Monitoring && !dbus_connection_has_messages_to_send(m_ClientConnection) &&
-           dbus_connection_get_is_connected(m_ClientConnection) &&
-           dbus_connection_get_is_connected(m_ServerConnection);
+    DBusConnection* const client = m_ClientConnection;
+    DBusConnection* const server = m_ServerConnection;
+    if (client == nullptr || server == nullptr) {
+        return false;
+    }
+    dbus_connection_send(client, call(), nullptr);
+    m_ClientPump->Settle(client);
+    return m_OwnsName && !m_Monitoring && !dbus_connection_has_messages_to_send(client) &&
+           dbus_connection_get_is_connected(client) && dbus_connection_get_is_connected(server);
 }
 
 // Waiting is done before the bus library is called, since a worker that waits inside of it holds up
@@ -305,7 +352,14 @@ void TOstelDBus::MainLoop() {
         // Input may have been read already, with the last message or by a thread that was writing.
         if (connection == nullptr ||
             dbus_connection_get_dispatch_status(connection) == DBUS_DISPATCH_COMPLETE) {
-            wakeup->WaitForInput(connection, m_DispatchTimeoutMs);
+            if (wakeup->WaitForInput(connection, m_DispatchTimeoutMs) && m_Running) {
+                // Left over from a stop that a callback has taken back, it would wake for ever.
+                wakeup->Reset();
+                if (!m_Running) {
+                    // The next stop has come meanwhile, and other workers may not have seen it.
+                    wakeup->Wake();
+                }
+            }
         }
         if (connection != nullptr) {
             dbus_connection_read_write_dispatch(connection, 0);
@@ -324,19 +378,21 @@ void TOstelDBus::SendEvent(const std::string& eventName, const std::string& even
     const TBusMessage signal(NewSignal(m_ObjectPath, eventName));
     AppendOrFail(signal(), eventData);
     auto held = m_ClientPump->Hold();
-    if (!dbus_connection_send(m_ClientConnection, signal(), nullptr)) {
+    const TSharedConnection shared(m_ClientConnection);
+    DBusConnection* const connection = shared.get();
+    if (connection == nullptr || !dbus_connection_send(connection, signal(), nullptr)) {
         Fail("dbus_connection_send failed");
     }
-    m_ClientPump->Settle(m_ClientConnection);
+    m_ClientPump->Settle(connection);
     m_ClientPump->RunUntil(
-        held, m_ClientConnection,
-        [this] {
-            return !dbus_connection_has_messages_to_send(m_ClientConnection) ||
-                   !dbus_connection_get_is_connected(m_ClientConnection);
+        held, connection,
+        [connection] {
+            return !dbus_connection_has_messages_to_send(connection) ||
+                   !dbus_connection_get_is_connected(connection);
         },
         TBusPump::NEVER);
     // Without a bus the event was taken all the same and went nowhere.
-    if (!dbus_connection_get_is_connected(m_ClientConnection)) {
+    if (!dbus_connection_get_is_connected(connection)) {
         Fail("dbus_connection_send failed");
     }
 }
@@ -375,18 +431,21 @@ int TOstelDBus::CallMethod(const std::string& methodName, const std::string& met
     AppendOrFail(request(), methodData);
     const auto deadline = TBusPump::TClock::now() + std::chrono::milliseconds(timeoutMs);
     auto held = m_ClientPump->Hold();
+    const TSharedConnection shared(m_ClientConnection);
+    DBusConnection* const connection = shared.get();
     DBusPendingCall* pending = nullptr;
-    if (!dbus_connection_send_with_reply(m_ClientConnection, request(), &pending, timeoutMs) ||
+    if (connection == nullptr ||
+        !dbus_connection_send_with_reply(connection, request(), &pending, timeoutMs) ||
         pending == nullptr) {
         Fail("dbus_connection_send_with_reply failed");
     }
     const std::unique_ptr<DBusPendingCall, TPendingCallUnref> call(pending);
-    m_ClientPump->Settle(m_ClientConnection);
-    const auto isOver = [this, pending] {
+    m_ClientPump->Settle(connection);
+    const auto isOver = [connection, pending] {
         return dbus_pending_call_get_completed(pending) ||
-               !dbus_connection_get_is_connected(m_ClientConnection);
+               !dbus_connection_get_is_connected(connection);
     };
-    if (!m_ClientPump->RunUntil(held, m_ClientConnection, isOver, deadline)) {
+    if (!m_ClientPump->RunUntil(held, connection, isOver, deadline)) {
         dbus_pending_call_cancel(pending);
         ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", NO_REPLY);
         return -1;

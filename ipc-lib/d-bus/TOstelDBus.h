@@ -105,10 +105,11 @@ private:
     std::string m_InterfaceName;
     std::string m_ObjectPath;
     std::atomic<bool> m_Connected;
-    std::int32_t m_DispatchTimeoutMs;
+    std::atomic<std::int32_t> m_DispatchTimeoutMs;
 
     std::mutex m_ConnectMutex;
-    bool m_Monitoring;                           // the server connection is a monitor
+    std::atomic<bool> m_Monitoring;  // the server connection is a monitor
+    std::atomic<bool> m_OwnsName;
     std::shared_ptr<TBusWakeup> m_WorkerWakeup;  // each worker keeps it alive
     std::unique_ptr<TBusPump> m_ClientPump;
 };

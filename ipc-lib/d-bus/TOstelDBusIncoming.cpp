@@ -5,10 +5,13 @@
 #include <stdexcept>
 
 #include "OstelBusText.h"
-#include "OstelLog.h"
 #include "TOstelDBus.h"
+#include "zt_logging.h"
 
 namespace {
+
+// As in the log lines of the class's other source.
+const char* const MODULE = "ipc-lib/d-bus/TOstelDBus";
 
 constexpr int MONITOR_DISPATCH_TIMEOUT_MS = 500;
 constexpr int READ_ARGUMENTS = 3;
@@ -143,8 +146,10 @@ void TOstelDBus::MonitorHandler(DBusMessage* message) {
 
 void TOstelDBus::GetMessageValue(DBusMessage* message, std::string& value, int* result) {
     std::string text;
-    if (message != nullptr && result != nullptr) {
+    if (result != nullptr) {
         *result = -1;
+    }
+    if (message != nullptr && result != nullptr) {
         DBusMessageIter arguments;
         if (!dbus_message_iter_init(message, &arguments)) {
             ztLogging_log(ZT_LOG_LEVEL_WARNING, "Message has no parameters.");
@@ -169,7 +174,8 @@ void TOstelDBus::GetMessageValue(DBusMessage* message, std::string& value, int* 
 }
 
 void TOstelDBus::Reply(DBusMessage* call, const std::string& reply, int result) {
-    OSTEL_LOG(ZT_LOG_LEVEL_DEBUG, "'%s' - '%d'", reply.c_str(), result);
+    ztLogging_log(ZT_LOG_LEVEL_DEBUG, "[%s:%d][%s]: '%s' - '%d'", MODULE, __LINE__, __func__,
+                  reply.c_str(), result);
     const TBusMessage answer(dbus_message_new_method_return(call));
     DBusMessageIter arguments;
     dbus_message_iter_init_append(answer(), &arguments);
@@ -179,10 +185,14 @@ void TOstelDBus::Reply(DBusMessage* call, const std::string& reply, int result) 
         !dbus_message_iter_append_basic(&arguments, DBUS_TYPE_INT32, &code)) {
         return;
     }
-    const bool sent = dbus_connection_send(m_ServerConnection, answer(), nullptr);
-    dbus_connection_flush(m_ServerConnection);
+    // The handler itself may have disconnected the object.
+    DBusConnection* const connection = m_ServerConnection;
+    const bool sent = connection != nullptr && dbus_connection_send(connection, answer(), nullptr);
+    if (sent) {
+        dbus_connection_flush(connection);
+    }
     // On a lost connection the bus library takes a message and never sends it.
-    if (!sent || !dbus_connection_get_is_connected(m_ServerConnection)) {
+    if (!sent || !dbus_connection_get_is_connected(connection)) {
         throw std::runtime_error("dbus_connection_send failed");
     }
 }

@@ -1,4 +1,5 @@
 // Several threads at once: who waits, and who must not be kept waiting.
+#include <filesystem>
 #include <thread>
 
 #include "ChildProcess.h"
@@ -180,6 +181,122 @@ TEST_F(DBusWorkers, ServeTheNewNameThatACallbackGives) {
     EXPECT_EQ(CallAs(peer, "OSTEL_KTA", "RENAME", "").second, 7);
     EXPECT_EQ(CallAs(peer, "OSTEL_MVA", "OTHER", "").second, -1);
     EXPECT_TRUE(m_Ipc.IsRunning());
+}
+
+// However often callbacks do so; threads that left their loops would stay behind otherwise.
+TEST_F(DBusWorkers, StayAsManyWhenCallbacksStopAndRun) {
+    const auto threads = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+    };
+    m_Ipc.Configure({4, 60, false});
+    std::atomic<int> calls{0};
+    TCallHandler restart([&](const std::string&, std::string&) {
+        m_Ipc.Stop();
+        m_Ipc.Run();
+        return ++calls;
+    });
+    TCallHandler rename([&](const std::string&, std::string&) {
+        m_Ipc.Init(++calls % 2 == 0 ? "OSTEL_KTA" : "OSTEL_MVA");
+        return 0;
+    });
+    m_Ipc.AddMethodHandler("RESTART", &restart);
+    m_Ipc.AddMethodHandler("RENAME", &rename);
+    RawPeer peer;
+    const auto without = threads();
+    m_Ipc.Run();
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(CallAs(peer, "OSTEL_KTA", "RESTART", "").second, i + 1);
+    }
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(CallAs(peer, i % 2 == 0 ? "OSTEL_KTA" : "OSTEL_MVA", "RENAME", "").second, 0);
+    }
+    EXPECT_TRUE(WaitUntil([&] { return threads() == without + 4; })) << threads() - without;
+    m_Ipc.Stop();
+    EXPECT_EQ(threads(), without);
+}
+
+TEST_F(DBusWorkers, AreWokenWhenTheNameChanges) {
+    // The next name is somebody else's, who must not be told to disconnect.
+    const RawPeer owner("OSTEL_MVA");
+    m_Ipc.Run();
+    const auto start = std::chrono::steady_clock::now();
+    m_Ipc.Init("OSTEL_MVA");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(500));
+    m_Ipc.SendEvent("LAST", "");
+    ASSERT_TRUE(owner.WaitForMember("LAST"));
+    for (const RawPeer::TMessage& message : owner.Received()) {
+        EXPECT_NE(message.member, "Disconnected");
+    }
+}
+
+TEST_F(DBusWorkers, BearThatTheObjectDisconnects) {
+    RawPeer peer;
+    for (int round = 0; round < 10; ++round) {
+        m_Ipc.Run();
+        m_Ipc.Disconnect();
+        EXPECT_TRUE(m_Ipc.IsRunning());
+        m_Ipc.Init(round % 2 == 0 ? "OSTEL_MVA" : "OSTEL_KTA");
+        EXPECT_EQ(CallAs(peer, round % 2 == 0 ? "OSTEL_MVA" : "OSTEL_KTA", "OTHER", "").second, -1);
+        m_Ipc.Stop();
+    }
+}
+
+// Another thread waits for a reply or sends meanwhile.
+TEST_F(DBusThreads, BearThatTheObjectDisconnects) {
+    m_Ipc.Run();
+    for (int round = 1; round <= 10; ++round) {
+        std::thread call(
+            [&] { EXPECT_LT(Duration([&] { EXPECT_EQ(Call("SLOW", 30), -1); }), seconds(5)); });
+        std::thread sender([&] {
+            for (int i = 0; i < 20; ++i) {
+                try {
+                    m_Ipc.SendEvent("E", "");
+                } catch (const std::runtime_error&) {
+                    // It was this event's turn to find no connection.
+                }
+            }
+        });
+        EXPECT_TRUE(WaitForRequests(static_cast<std::size_t>(round)));
+        m_Ipc.Disconnect();
+        call.join();
+        sender.join();
+    }
+    m_Server.Release();
+}
+
+TEST_F(DBusWorkers, BearThatACallbackDisconnects) {
+    TCallHandler handler([&](const std::string&, std::string&) {
+        m_Ipc.Disconnect();
+        return 7;
+    });
+    m_Ipc.AddMethodHandler("LEAVE", &handler);
+    m_Ipc.Configure({3, 60, false});
+    m_Ipc.Run();
+    RawPeer peer;
+    CallAs(peer, "OSTEL_KTA", "LEAVE", "");
+    EXPECT_TRUE(m_Ipc.IsRunning());
+    m_Ipc.Stop();
+    EXPECT_EQ(m_Ipc.Workers(), 0U);
+}
+
+TEST_F(DBusWorkers, LogAReplyUnderTheirClassesModule) {
+    m_Ipc.Run();
+    RawPeer peer;
+    EXPECT_EQ(CallAs(peer, "OSTEL_KTA", "OTHER", "").second, -1);
+    EXPECT_THAT(RecordingLog::Texts(6),
+                testing::Contains(testing::MatchesRegex(
+                    "\\[ipc-lib/d-bus/TOstelDBus:[0-9]+\\]\\[Reply\\]: '' - '-1'")));
+}
+
+// The call that stops them goes to the owner, and the workers cannot wait for it.
+TEST_F(DBusWorkers, StopAtOnceWhenTheNameIsSomebodyElses) {
+    const RawPeer owner("OSTEL_MVA");
+    m_Ipc.Init("OSTEL_MVA");
+    m_Ipc.Run();
+    const auto start = std::chrono::steady_clock::now();
+    m_Ipc.Stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(500));
+    EXPECT_TRUE(owner.WaitForMember("Disconnected"));
 }
 
 // At once, or when the object runs again, if another message ended the worker's wait first.
