@@ -1,6 +1,7 @@
 #include "TOstelDataMapper.h"
 
 #include <iterator>
+#include <string_view>
 
 #include "OstelGenericUtils.h"
 
@@ -154,7 +155,7 @@ int TOstelDataMapper::MapRcPltToCmn(int platformCode) {
 }
 
 const TOstelDataMapper::IEnumMapping& TOstelDataMapper::FindMapping(const char* typeName) const {
-    const auto found = m_Registry.find(typeName);
+    const auto found = m_Registry.find(std::string_view(typeName));
     if (found == m_Registry.end()) {
         throw TMappingException("[TOstelDataMapper] Can't find mapping for: " + TypeName(typeName));
     }

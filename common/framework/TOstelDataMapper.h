@@ -1,6 +1,7 @@
 #ifndef T_OSTEL_DATA_MAPPER_H
 #define T_OSTEL_DATA_MAPPER_H
 
+#include <functional>
 #include <initializer_list>
 #include <map>
 #include <stdexcept>
@@ -108,7 +109,8 @@ private:
     [[noreturn]] static void ThrowNoString(const char* typeName, int value);
     [[noreturn]] static void ThrowNoValue(const char* typeName, const std::string& text);
 
-    std::map<std::string, IEnumMapping*> m_Registry;
+    // Compared transparently, so that a lookup makes no key: no lookup allocates.
+    std::map<std::string, IEnumMapping*, std::less<>> m_Registry;
     const TEnumMapping<tOstelClientId>* m_AppDataModels;
     const TEnumMapping<tOstelClientId>* m_LoggerNames;
 };

@@ -6,9 +6,45 @@
 #include <thread>
 #include <vector>
 
+#include "Allocations.h"
 #include "BinaryLayout.h"
 
-enum tUnregistered { UNREGISTERED = 1 };
+enum tUnregistered { UNREGISTERED = 1, UNREGISTERED_TOO = 2 };
+
+using TTable = TOstelDataMapper::TEnumMapping<tUnregistered>;
+using TRegistry = std::map<std::string, TOstelDataMapper::IEnumMapping*, std::less<>>;
+
+struct TRegistryPlace {
+    friend std::size_t OffsetOf(TRegistryPlace);
+};
+struct TAppDataModelsPlace {
+    friend std::size_t OffsetOf(TAppDataModelsPlace);
+};
+struct TLoggerNamesPlace {
+    friend std::size_t OffsetOf(TLoggerNamesPlace);
+};
+struct TStringsPlace {
+    friend std::size_t OffsetOf(TStringsPlace);
+};
+struct TValuesPlace {
+    friend std::size_t OffsetOf(TValuesPlace);
+};
+
+template struct MemberOffset<TRegistryPlace, &TOstelDataMapper::m_Registry>;
+template struct MemberOffset<TAppDataModelsPlace, &TOstelDataMapper::m_AppDataModels>;
+template struct MemberOffset<TLoggerNamesPlace, &TOstelDataMapper::m_LoggerNames>;
+template struct MemberOffset<TStringsPlace, &TTable::m_Strings>;
+template struct MemberOffset<TValuesPlace, &TTable::m_Values>;
+
+// Calls the mapper's own way to complain, which alone is given run-time names by others.
+void ThrowNoString(const char* typeName, int value);
+
+template <void (*Function)(const char*, int)>
+struct TThrowNoString {
+    friend void ThrowNoString(const char* typeName, int value) { Function(typeName, value); }
+};
+
+template struct TThrowNoString<&TOstelDataMapper::ThrowNoString>;
 
 namespace {
 
@@ -144,6 +180,33 @@ TEST(TOstelDataMapper, ThrowsForAnUnregisteredEnumeration) {
               "[TOstelDataMapper] Can't find mapping for: tUnregistered");
 }
 
+TEST(TOstelDataMapper, ThrowsForARegisteredNothing) {
+    auto& registry = *reinterpret_cast<TRegistry*>(reinterpret_cast<char*>(&Mapper()) +
+                                                   OffsetOf(TRegistryPlace()));
+    const auto entry = registry.emplace(typeid(tUnregistered).name(), nullptr).first;
+    const std::string message = MessageOf([] { Mapper().MapEnumToString(UNREGISTERED); });
+    registry.erase(entry);
+    EXPECT_EQ(message,
+              "[TOstelDataMapper] Found null pointer to the mapping object for tUnregistered");
+}
+
+TEST(TOstelDataMapper, LeavesTheMarkInFrontOfARuntimeNameOut) {
+    EXPECT_EQ(MessageOf([] { ThrowNoString("*13tUnregistered", 3); }),
+              "[TOstelDataMapper] Can't find string for enum (tUnregistered) value: 3");
+}
+
+TEST(TOstelDataMapper, LooksUpWithoutAllocating) {
+    const std::string name = "EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT";
+    const std::size_t before = Allocations::Count();
+    Mapper().MapEnumToString(EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT);
+    Mapper().MapStringToEnum<tOstelPltEventType>(name);
+    Mapper().MapClientIdToLoggerName(OSTEL_MANAGER);
+    Mapper().MapClientIdToAppDataModel(OSTEL_MANAGER);
+    EXPECT_EQ(Allocations::Count(), before);
+    const std::string counted(100, 'x');
+    EXPECT_EQ(Allocations::Count(), before + 1);
+}
+
 TEST(TOstelDataMapper, ThrowsRuntimeErrors) {
     EXPECT_THROW(Mapper().MapStringToEnum<tOstelReturnCode>("x"), std::runtime_error);
 }
@@ -159,9 +222,12 @@ TEST(TOstelDataMapper, TranslatesPlatformCodes) {
 }
 
 TEST(TOstelDataMapper, KeepsTheFirstOfRepeatedKeys) {
-    const TOstelDataMapper::TEnumMapping<tUnregistered> mapping{{UNREGISTERED, "first"},
-                                                                {UNREGISTERED, "second"}};
+    const TTable mapping{
+        {UNREGISTERED, "first"}, {UNREGISTERED, "second"}, {UNREGISTERED_TOO, "first"}};
     EXPECT_EQ(mapping.GetString(UNREGISTERED), "first");
+    EXPECT_EQ(mapping.GetString(UNREGISTERED_TOO), "first");
+    EXPECT_EQ(mapping.GetValue("first"), UNREGISTERED);
+    EXPECT_EQ(mapping.GetValue("second"), UNREGISTERED);
     EXPECT_EQ(mapping.GetTypeName(), typeid(tUnregistered).name());
 }
 
@@ -183,9 +249,18 @@ TEST(TOstelDataMapper, HasItsTypeNameOperationBehindTheDestructors) {
     EXPECT_EQ(BinaryLayout::SlotOf(&TOstelDataMapper::IEnumMapping::GetTypeName), 2U);
 }
 
+TEST(TOstelDataMapper, KeepsTheOrderOfItsMembers) {
+    constexpr std::size_t word = sizeof(void*);
+    EXPECT_EQ(OffsetOf(TRegistryPlace()), word);
+    EXPECT_EQ(OffsetOf(TAppDataModelsPlace()), word + sizeof(TRegistry));
+    EXPECT_EQ(OffsetOf(TLoggerNamesPlace()), 2 * word + sizeof(TRegistry));
+    EXPECT_EQ(sizeof(TOstelDataMapper), 3 * word + sizeof(TRegistry));
+    EXPECT_EQ(OffsetOf(TStringsPlace()), word);
+    EXPECT_EQ(OffsetOf(TValuesPlace()), word + sizeof(std::map<tUnregistered, std::string>));
+}
+
 #ifdef __i386__
-static_assert(sizeof(TOstelDataMapper) == 4 + sizeof(std::map<std::string, int>) + 4 + 4,
-              "virtual table, registry and two tables");
+static_assert(sizeof(TOstelDataMapper) == 36, "virtual table, registry and two tables");
 #endif
 
 }  // namespace

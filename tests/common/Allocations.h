@@ -1,0 +1,20 @@
+#ifndef ALLOCATIONS_H
+#define ALLOCATIONS_H
+
+#include <cstddef>
+
+// Takes the place of operator new inside a test program, to count what the calling thread
+// allocates and to let it run out of memory.
+namespace Allocations {
+
+std::size_t Count();
+
+// Has one allocation of the calling thread fail with std::bad_alloc: that after the next `count`.
+void FailOneAfter(std::size_t count);
+
+// Takes back a failure that has not come yet.
+void GoOn();
+
+}  // namespace Allocations
+
+#endif
