@@ -5,6 +5,8 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
+#include <string>
 
 #include "FixedTime.h"
 #include "RecordedWaits.h"
@@ -20,6 +22,27 @@ public:
     std::atomic<int> alarms{0};
     std::atomic<int> timers{0};
 };
+
+// As long as it lives, no thread can be started.
+class TRefusedThreads {
+public:
+    TRefusedThreads();
+    TRefusedThreads(const TRefusedThreads&) = delete;
+    TRefusedThreads& operator=(const TRefusedThreads&) = delete;
+    ~TRefusedThreads();
+};
+
+// The open file of this process whose name begins so.
+struct TOpenFile {
+    explicit TOpenFile(const std::string& beginning);
+
+    int descriptor = -1;
+    std::filesystem::path path;
+};
+
+// The one clock's timer expires, and if `error` is not 0, reading it fails with it once. ECANCELED
+// is what the system answers when its clock has been set.
+void ExpireMonitorTimer(int error);
 
 // In UTC, with clocks that run and waits that last, whatever the test before has made of them.
 class ClockTest : public testing::Test {

@@ -1,10 +1,8 @@
 // Observers and the timer. Alarms and the system's clock have files of their own.
 #include "TOstelClock.h"
 
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <atomic>
 #include <cerrno>
@@ -85,27 +83,8 @@ template struct MemberOffset<TNeeded, &TOstelClock::m_NeededByTimerCallback>;
 
 namespace {
 
-std::atomic<bool> s_AreThreadsRefused{false};
-
-}  // namespace
-
-// Takes the place of the C library's.
-extern "C" OSTEL_API int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                                        void* (*body)(void*), void* argument) noexcept {
-    if (s_AreThreadsRefused) {
-        return EAGAIN;
-    }
-    static auto* const next =
-        reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
-    return next(thread, attributes, body, argument);
-}
-
-namespace {
-
 class TOstelClockTest : public ClockTest {
 protected:
-    ~TOstelClockTest() override { s_AreThreadsRefused = false; }
-
     TCountingObserver m_Observer;
 };
 
@@ -300,11 +279,12 @@ TEST_F(TOstelClockTest, BearsBeingSetAndResetBySeveralThreadsAtOnce) {
 TEST_F(TOstelClockTest, AThreadThatCannotBeStartedIsThrown) {
     TOstelClock clock;
     clock.AddClockObserver(&m_Observer);
-    s_AreThreadsRefused = true;
-    EXPECT_THROW(clock.SetTimer(0), std::system_error);
-    EXPECT_THROW(clock.SetAlarm("00:00:00"), std::system_error);
-    EXPECT_THROW(TOstelClock(), std::system_error);
-    s_AreThreadsRefused = false;
+    {
+        const TRefusedThreads refused;
+        EXPECT_THROW(clock.SetTimer(0), std::system_error);
+        EXPECT_THROW(clock.SetAlarm("00:00:00"), std::system_error);
+        EXPECT_THROW(TOstelClock(), std::system_error);
+    }
     clock.SetTimer(0);
     EXPECT_TRUE(WaitUntil([this] { return m_Observer.timers == 1; }));
 }
