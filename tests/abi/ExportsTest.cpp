@@ -15,7 +15,8 @@ TEST(Exports, AreTheLibrarysOwnNames) {
     const std::regex own(
         "[0-9a-f]+ [A-Za-z] (vtable for |typeinfo for |typeinfo name for |non-virtual thunk to |"
         "void\\* |[A-Za-z:_ ]+\\*? |std::__cxx11::basic_string<.*> > )?"
-        "(TOstel|IOstel|OstelContainer::|OstelFileUtils::|OstelGenericUtils::|ostelAppLib|"
+        "(TOstel|IOstel|OstelContainer::|OstelFileUtils::|OstelGenericUtils::|OstelProcUtils::|"
+        "ostelAppLib|"
         "patternMatch|"
         "getWildcardIndices|"
         "getOstelIpcInstance|newOstelIpcInstance).*");

@@ -2,65 +2,17 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/time.h>
 
-#include <atomic>
-#include <csignal>
-#include <functional>
 #include <thread>
 
-#include "ChildProcess.h"
 #include "FileUtilsTest.h"
 #include "OstelFileUtils.h"
+#include "SignalStorm.h"
+#include "Strace.h"
 
 using namespace OstelFileUtils;
 
 namespace {
-
-// Interrupts the system calls of the thread that made it, every two milliseconds.
-class TSignalStorm {
-public:
-    TSignalStorm() {
-        struct sigaction action = {};
-        action.sa_handler = [](int) { ++s_Count; };  // and no SA_RESTART
-        sigaction(SIGALRM, &action, &m_Before);
-        Repeat(2000);
-    }
-    TSignalStorm(const TSignalStorm&) = delete;
-    TSignalStorm& operator=(const TSignalStorm&) = delete;
-    ~TSignalStorm() {
-        Repeat(0);
-        sigaction(SIGALRM, &m_Before, nullptr);
-    }
-
-    // A thread that the signals do not reach. It acts after some of them.
-    static std::thread Later(const std::function<void()>& act) {
-        sigset_t alarm;
-        sigemptyset(&alarm);
-        sigaddset(&alarm, SIGALRM);
-        pthread_sigmask(SIG_BLOCK, &alarm, nullptr);
-        std::thread thread([act] {
-            const int end = s_Count + 20;
-            while (s_Count < end) {
-                std::this_thread::yield();
-            }
-            act();
-        });
-        pthread_sigmask(SIG_UNBLOCK, &alarm, nullptr);
-        return thread;
-    }
-
-private:
-    static void Repeat(int microseconds) {
-        const itimerval timer = {{0, microseconds}, {0, microseconds}};
-        setitimer(ITIMER_REAL, &timer, nullptr);
-    }
-
-    static std::atomic<int> s_Count;
-    struct sigaction m_Before = {};
-};
-
-std::atomic<int> TSignalStorm::s_Count{0};
 
 class FileUtilsSignals : public FileUtilsTest {
 protected:
@@ -193,19 +145,12 @@ TEST_P(FileUtilsTraced, MakesExactlyThisCall) {
     const std::string path = verb == "sync-directory" ? Directory("path")
                              : verb == "read-link"    ? Link("target", "path")
                                                       : Put("path", "text");
-    // The leak checker cannot run under a tracer.
-    const char* const options = getenv("ASAN_OPTIONS");
-    setenv("ASAN_OPTIONS", (std::string(options ? options : "") + ":detect_leaks=0").c_str(), 1);
-    const TFinished able = RunProgram({"strace", "-o", "/dev/null", "true"});
-    if (able.status != 0) {
-        GTEST_SKIP() << "strace cannot be used here: " << able.status << " " << able.errors;
+    const std::string obstacle = Strace::WhyNot();
+    if (!obstacle.empty()) {
+        GTEST_SKIP() << obstacle;
     }
-    const TFinished run =
-        RunProgram({"strace", "-X", "raw", "-e", std::string("trace=") + traced.call, "-o",
-                    File("trace"), FILE_UTILS_PROGRAM, verb, path, File("more")});
-    ASSERT_EQ(run.status, 0) << run.errors;
     EXPECT_THAT(
-        Content(File("trace")),
+        Strace::Run(traced.call, {FILE_UTILS_PROGRAM, verb, path, File("more")}),
         testing::HasSubstr(Replaced(Replaced(traced.line, "PATH", path), "MORE", File("more"))));
 }
 
