@@ -14,6 +14,7 @@
 #include <optional>
 #include <utility>
 
+#include "OstelLog.h"
 #include "TOstelApplication.h"
 #include "TOstelJsonObject.h"
 #include "TOstelRawSocket.h"
@@ -77,15 +78,13 @@ std::optional<sockaddr_storage> ToAddress(const std::string& host) {
     // A zero inside would hide what follows it.
     const bool isText = host.find('\0') == std::string::npos;
     if (isText && inet_pton(AF_INET, host.c_str(), &ipv4->sin_addr) == 1) {
-        ztLogging_log(ZT_LOG_LEVEL_DEBUG, "[%s:%d][%s]: %s is a valid IPv4", MODULE, __LINE__,
-                      PERFORM, host.c_str());
+        OSTEL_LOG_AS(ZT_LOG_LEVEL_DEBUG, MODULE, PERFORM, "%s is a valid IPv4", host.c_str());
         ipv4->sin_family = AF_INET;
         ipv4->sin_port = htons(PORT);
         return storage;
     }
     if (isText && inet_pton(AF_INET6, host.c_str(), &ipv6->sin6_addr) == 1) {
-        ztLogging_log(ZT_LOG_LEVEL_DEBUG, "[%s:%d][%s]: %s is a valid IPv6", MODULE, __LINE__,
-                      PERFORM, host.c_str());
+        OSTEL_LOG_AS(ZT_LOG_LEVEL_DEBUG, MODULE, PERFORM, "%s is a valid IPv6", host.c_str());
         ipv6->sin6_family = AF_INET6;
         ipv6->sin6_port = htons(PORT);
         return storage;
@@ -230,8 +229,8 @@ bool TOstelApplication::PerformRemoteRequest(const std::string& request, const s
         m_TlsContext != nullptr
             ? std::make_unique<TOstelSslSocket>(descriptor.Release(), m_TlsContext, false)
             : std::make_unique<TOstelRawSocket>(descriptor.Release());
-    ztLogging_log(ZT_LOG_LEVEL_DEBUG, "[%s:%d][%s]: %s:%d. Request: %s", MODULE, __LINE__, PERFORM,
-                  host.c_str(), PORT, request.c_str());
+    OSTEL_LOG_AS(ZT_LOG_LEVEL_DEBUG, MODULE, PERFORM, "%s:%d. Request: %s", host.c_str(), PORT,
+                 request.c_str());
     if (!socket->Write(request)) {
         // No reason to stop: an answer may have come already, and without one the reading fails.
         ztLogging_log(ZT_LOG_LEVEL_ERROR, "Could not send the request to %s:%d.", host.c_str(),

@@ -32,6 +32,11 @@ constexpr std::array<char, N> WithoutExtension(const char (&file)[N]) {
 
 #define OSTEL_LOG(level, format, ...) OSTEL_LOG_AT(level, __LINE__, format, __VA_ARGS__)
 
+// For the lines of another function, or of a class whose sources are several: readers of the log
+// know them by the first one's path and the operation's name.
+#define OSTEL_LOG_AS(level, module, function, format, ...) \
+    ztLogging_log(level, "[%s:%d][%s]: " format, module, __LINE__, function, __VA_ARGS__)
+
 // For the lines whose number is part of the message and does not follow the source.
 #define OSTEL_LOG_AT(level, line, format, ...)                                           \
     do {                                                                                 \

@@ -141,7 +141,7 @@ TOstelDBus::~TOstelDBus() {
     // A callback that ends the process destroys the object under its workers: what they use is left
     // to the end of the process.
     if (!IsServedByThisThread()) {
-        Disconnect();
+        CloseConnections();
     }
 }
 
@@ -193,20 +193,22 @@ void TOstelDBus::Disconnect() {
     if (wasRunning) {
         Stop();
     }
-    {
-        const std::lock_guard<std::mutex> lock(m_ConnectMutex);
-        const auto held = m_ClientPump->Hold();
-        const auto close = IsServedByThisThread() ? Close : CloseForGood;
-        close(m_ServerConnection.exchange(nullptr));
-        CloseForGood(std::exchange(m_ClientConnection, nullptr));
-        m_ClientPump->Interrupt();
-        m_Connected = false;
-        m_Monitoring = false;
-        m_OwnsName = false;
-    }
+    CloseConnections();
     if (wasRunning) {
         StartWorkers();
     }
+}
+
+void TOstelDBus::CloseConnections() {
+    const std::lock_guard<std::mutex> lock(m_ConnectMutex);
+    const auto held = m_ClientPump->Hold();
+    const auto close = IsServedByThisThread() ? Close : CloseForGood;
+    close(m_ServerConnection.exchange(nullptr));
+    CloseForGood(std::exchange(m_ClientConnection, nullptr));
+    m_ClientPump->Interrupt();
+    m_Connected = false;
+    m_Monitoring = false;
+    m_OwnsName = false;
 }
 
 void TOstelDBus::Init(const std::string& name) {
@@ -246,8 +248,8 @@ void TOstelDBus::TakeName(const std::string& name) {
     }
     m_BusName = BUS_NAME_PREFIX + name;
     m_ObjectPath = OBJECT_PATH_PREFIX + name;
-    OSTEL_LOG(ZT_LOG_LEVEL_DEBUG, "'%s' '%s' '%s'", m_BusName.c_str(), m_InterfaceName.c_str(),
-              m_ObjectPath.c_str());
+    OSTEL_LOG_AS(ZT_LOG_LEVEL_DEBUG, "ipc-lib/d-bus/TOstelDBus", "Init", "'%s' '%s' '%s'",
+                 m_BusName.c_str(), m_InterfaceName.c_str(), m_ObjectPath.c_str());
     if (m_Connected) {
         RegisterBusName();
     }
@@ -352,13 +354,14 @@ void TOstelDBus::MainLoop() {
         // Input may have been read already, with the last message or by a thread that was writing.
         if (connection == nullptr ||
             dbus_connection_get_dispatch_status(connection) == DBUS_DISPATCH_COMPLETE) {
-            if (wakeup->WaitForInput(connection, m_DispatchTimeoutMs) && m_Running) {
+            const bool isWoken = wakeup->WaitForInput(connection, m_DispatchTimeoutMs);
+            if (isWoken && m_Running) {
                 // Left over from a stop that a callback has taken back, it would wake for ever.
                 wakeup->Reset();
-                if (!m_Running) {
-                    // The next stop has come meanwhile, and other workers may not have seen it.
-                    wakeup->Wake();
-                }
+            }
+            if (isWoken && !m_Running) {
+                // For the next stop, if it came just before.
+                wakeup->Wake();
             }
         }
         if (connection != nullptr) {

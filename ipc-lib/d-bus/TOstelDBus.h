@@ -98,6 +98,7 @@ private:
     void TakeName(const std::string& name);
     bool MayOwnNames() const;
     void OpenConnections();
+    void CloseConnections();
 
     std::atomic<DBusConnection*> m_ServerConnection;
     DBusConnection* m_ClientConnection;

@@ -5,13 +5,10 @@
 #include <stdexcept>
 
 #include "OstelBusText.h"
+#include "OstelLog.h"
 #include "TOstelDBus.h"
-#include "zt_logging.h"
 
 namespace {
-
-// As in the log lines of the class's other source.
-const char* const MODULE = "ipc-lib/d-bus/TOstelDBus";
 
 constexpr int MONITOR_DISPATCH_TIMEOUT_MS = 500;
 constexpr int READ_ARGUMENTS = 3;
@@ -174,8 +171,8 @@ void TOstelDBus::GetMessageValue(DBusMessage* message, std::string& value, int* 
 }
 
 void TOstelDBus::Reply(DBusMessage* call, const std::string& reply, int result) {
-    ztLogging_log(ZT_LOG_LEVEL_DEBUG, "[%s:%d][%s]: '%s' - '%d'", MODULE, __LINE__, __func__,
-                  reply.c_str(), result);
+    OSTEL_LOG_AS(ZT_LOG_LEVEL_DEBUG, "ipc-lib/d-bus/TOstelDBus", "Reply", "'%s' - '%d'",
+                 reply.c_str(), result);
     const TBusMessage answer(dbus_message_new_method_return(call));
     DBusMessageIter arguments;
     dbus_message_iter_init_append(answer(), &arguments);

@@ -113,10 +113,16 @@ TEST_F(DBusIncoming, AReplyThatTheBusCannotCarryIsNotSent) {
     });
     Handle("GOOD", [](const std::string&, std::string&) { return 0; });
     m_Ipc.Run();
+    ChildProcess monitor({"dbus-monitor", "--system", "type='error'"});
+    ASSERT_TRUE(monitor.WaitForOutput("NameLost"));
     RawPeer peer;
     EXPECT_EQ(peer.Call(RawPeer::NewCall("OSTEL_KTA", "BAD"), 200), nullptr);
     EXPECT_EQ(CallAs(peer, "OSTEL_KTA", "GOOD", "").second, 0);
     EXPECT_TRUE(RecordingLog::Texts(2).empty());
+    // It counts as handled: the bus library answers what is not.
+    EXPECT_EQ(peer.Call(RawPeer::NewCall("NOBODY", "BAD"), 5000), nullptr);
+    EXPECT_TRUE(monitor.WaitForOutput("ServiceUnknown"));
+    EXPECT_THAT(monitor.Output(), testing::Not(HasSubstr("UnknownMethod")));
 }
 
 TEST_F(DBusIncoming, AHandlerMayCallOut) {
@@ -211,11 +217,28 @@ TEST_F(DBusIncoming, AnErrorMessageIsLogged) {
     DBusMessage* const error = dbus_message_new_error(call, "a.b.C", "an error's text");
     m_Ipc.MessageHandler(error);
     EXPECT_EQ(RecordingLog::Count(2, "an error's text"), 1);
-    DBusMessage* const reply = dbus_message_new_method_return(call);
-    m_Ipc.MessageHandler(reply);
     dbus_message_unref(error);
+    dbus_message_unref(call);
+}
+
+TEST_F(DBusIncoming, AReplyThatNobodyWaitsForIsIgnored) {
+    m_Ipc.AddEventLstener(&m_Events, "*");
+    bool wasHandled = false;
+    Handle("X", [&](const std::string&, std::string&) {
+        wasHandled = true;
+        return 0;
+    });
+    DBusMessage* const call = RawPeer::NewCall("OSTEL_KTA", "X");
+    dbus_message_set_serial(call, 1);
+    DBusMessage* const reply = RawPeer::NewReply(call, "text", 0);
+    dbus_message_set_member(reply, "X");
+    RecordingLog::Clear();
+    m_Ipc.MessageHandler(reply);
     dbus_message_unref(reply);
     dbus_message_unref(call);
+    EXPECT_FALSE(wasHandled);
+    EXPECT_THAT(m_Events.Events(), testing::IsEmpty());
+    EXPECT_THAT(RecordingLog::Lines(), testing::IsEmpty());
 }
 
 TEST(TOstelDBus, GetMessageValueBearsNullPointers) {
@@ -223,6 +246,7 @@ TEST(TOstelDBus, GetMessageValueBearsNullPointers) {
     int result = 7;
     TOpenDBus::GetMessageValue(nullptr, value, &result);
     EXPECT_EQ(value, "");
+    EXPECT_EQ(result, -1);
     value = "as it was";
     DBusMessage* const message = dbus_message_new_signal("/a", "a.b", "C");
     TOpenDBus::GetMessageValue(message, value, nullptr);
@@ -323,6 +347,17 @@ TEST_F(DBusMonitor, StopsWithinItsShorterTimeout) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(900));
 }
 
+TEST_F(DBusMonitor, IsNoneAfterItHasDisconnected) {
+    Start();
+    m_Monitor->Stop();
+    m_Monitor->Disconnect();
+    m_Monitor->Configure({1, 60, false});
+    m_Monitor->Init("OSTEL_MVA");
+    m_Monitor->Run();
+    RawPeer peer;
+    EXPECT_EQ(CallAs(peer, "OSTEL_MVA", "M", "").second, -1);
+}
+
 TEST_F(DBusMonitor, WithoutAConnectionSaysSo) {
     m_Monitor->BecomeMonitor();
     EXPECT_EQ(RecordingLog::Count(2, "Not connected!"), 1);
@@ -332,6 +367,8 @@ TEST_F(DBusMonitor, WithoutABusThrows) {
     m_Monitor->Init("WATCHER");
     m_Bus.Kill();
     EXPECT_THROW(m_Monitor->Run(), std::runtime_error);
+    EXPECT_EQ(m_Monitor->Workers(), 0U);
+    EXPECT_FALSE(m_Monitor->IsRunning());
     EXPECT_THAT(RecordingLog::Texts(2),
                 Contains(testing::StartsWith("dbus_connection_send_with_reply_and_block - ")));
 }

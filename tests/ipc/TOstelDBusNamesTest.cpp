@@ -35,7 +35,18 @@ template struct MemberOffset<TDispatchTimeout, &TOstelDBus::m_DispatchTimeoutMs>
 
 namespace {
 
+using testing::Contains;
+using testing::ContainsRegex;
 using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+std::int32_t DispatchTimeoutMs(const TOpenDBus& bus) {
+    std::int32_t timeout = 0;
+    std::memcpy(&timeout, reinterpret_cast<const char*>(&bus) + OffsetOf(TDispatchTimeout()),
+                sizeof(timeout));
+    return timeout;
+}
 
 TEST_F(DBus, InitConnectsAndOwnsTheName) {
     TOpenDBus bus;
@@ -83,7 +94,10 @@ TEST_F(DBus, ChangingTheNameReleasesTheOldOnes) {
     EXPECT_TRUE(HasOwner("com.Kaven.Ostel.B"));
     EXPECT_FALSE(HasOwner("com.Kaven.Ostel.A"));
     EXPECT_TRUE(monitor.WaitForOutput("string \"com.Kaven.Ostel.A_CLIENT\"")) << monitor.Output();
-    EXPECT_THAT(monitor.Output(), HasSubstr("string \"com.Kaven.Ostel.A\""));
+    // First its own on the connection that serves calls, then the other on the one that sends them.
+    EXPECT_THAT(monitor.Output(),
+                ContainsRegex("sender=:1.1 [^\n]*\n   string \"com.Kaven.Ostel.A\"\n"
+                              "[^\n]*sender=:1.2 [^\n]*\n   string \"com.Kaven.Ostel.A_CLIENT\""));
     RawPeer peer;
     EXPECT_EQ(CallAs(peer, "B", "Unknown", "").second, -1);
 }
@@ -174,6 +188,55 @@ TEST_F(DBus, InitCanBeTriedAgainAfterTheBusWasAway) {
     m_Bus.Start();
     bus.Init("OSTEL_KTA");
     EXPECT_TRUE(HasOwner("com.Kaven.Ostel.OSTEL_KTA"));
+}
+
+TEST_F(DBus, ANameThatCannotBeGivenUpIsAnErrorAndTheObjectGoesOn) {
+    TOpenDBus bus;
+    bus.Init("A");
+    bus.Run();
+    m_Bus.Kill();
+    EXPECT_THROW(bus.Init("B"), std::runtime_error);
+    EXPECT_THAT(RecordingLog::Texts(2), Contains(StartsWith("dbus_bus_release_name - ")));
+    EXPECT_THROW(bus.RegisterBusName(), std::runtime_error);
+    EXPECT_THAT(RecordingLog::Texts(2), Contains(StartsWith("dbus_bus_request_name - ")));
+    EXPECT_TRUE(bus.IsRunning());
+    EXPECT_EQ(bus.Name(), "");
+}
+
+TEST_F(DBus, AnInstanceThatIsDestroyedGivesUpItsName) {
+    std::unique_ptr<TOstelIpc> instance(newOstelIpcInstance());
+    instance->Init("OSTEL_KTA");
+    instance->Run();
+    EXPECT_TRUE(HasOwner("com.Kaven.Ostel.OSTEL_KTA"));
+    instance.reset();
+    EXPECT_TRUE(WaitForName("com.Kaven.Ostel.OSTEL_KTA", false));
+}
+
+TEST_F(DBus, WorkersLookUpOnceASecondAndMonitorsTwice) {
+    TOpenDBus bus;
+    EXPECT_EQ(DispatchTimeoutMs(bus), 1000);
+    bus.Init("WATCHER");
+    EXPECT_EQ(DispatchTimeoutMs(bus), 1000);
+    bus.BecomeMonitor();
+    EXPECT_EQ(DispatchTimeoutMs(bus), 500);
+}
+
+TEST_F(DBus, SaysWhatItDoesWhenAskedForDetails) {
+    TOpenDBus bus;
+    bus.Init("OSTEL_KTA");
+    bus.SetMethodServerId("*", "NOBODY");
+    bus.SendEvent("E", "data");
+    std::string reply;
+    bus.CallMethod("M", "", reply);
+    const std::string prefix = "\\[ipc-lib/d-bus/TOstelDBus:[0-9]+\\]";
+    EXPECT_THAT(
+        RecordingLog::Texts(6),
+        testing::ElementsAre(
+            MatchesRegex(prefix + "\\[Init\\]: OSTEL_KTA"),
+            MatchesRegex(prefix + "\\[Init\\]: 'com.Kaven.Ostel.OSTEL_KTA' "
+                                  "'com.Kaven.Ostel.Ostel' '/com/Kaven/Ostel/OSTEL_KTA'"),
+            MatchesRegex(prefix + "\\[SendEvent\\]: '/com/Kaven/Ostel/OSTEL_KTA' 'E' 'data'"),
+            MatchesRegex(prefix + "\\[CallMethod\\]: M")));
 }
 
 TEST_F(DBus, StopReturnsWithinADispatchTimeout) {

@@ -241,6 +241,18 @@ TEST_F(DBusWorkers, BearThatTheObjectDisconnects) {
     }
 }
 
+TEST_F(DBusThreads, ALateAnswerIsNotTakenForTheNextOne) {
+    TOstelIpc::TMethodSettings settings;
+    settings.timeout = 0;
+    std::string reply = "as it was";
+    EXPECT_EQ(m_Ipc.CallMethod("SLOW", "", reply, settings), -1);
+    EXPECT_EQ(reply, "as it was");
+    ASSERT_TRUE(m_Server.WaitForRequest("SLOW"));
+    m_Server.Release();
+    EXPECT_EQ(m_Ipc.CallMethod("QUICK", "", reply), 0);
+    EXPECT_EQ(reply, "quick");
+}
+
 // Another thread waits for a reply or sends meanwhile.
 TEST_F(DBusThreads, BearThatTheObjectDisconnects) {
     m_Ipc.Run();
@@ -296,7 +308,19 @@ TEST_F(DBusWorkers, StopAtOnceWhenTheNameIsSomebodyElses) {
     const auto start = std::chrono::steady_clock::now();
     m_Ipc.Stop();
     EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(500));
-    EXPECT_TRUE(owner.WaitForMember("Disconnected"));
+    ASSERT_TRUE(owner.WaitForMember("Disconnected"));
+    const RawPeer::TMessage call = owner.Received().back();
+    EXPECT_EQ(call.type, DBUS_MESSAGE_TYPE_METHOD_CALL);
+    EXPECT_EQ(call.signature, "");
+    EXPECT_FALSE(call.wantsReply);
+    m_Ipc.Stop();
+    m_Ipc.SendEvent("LAST", "");
+    ASSERT_TRUE(owner.WaitForMember("LAST"));
+    int stops = 0;
+    for (const RawPeer::TMessage& message : owner.Received()) {
+        stops += message.member == "Disconnected" ? 1 : 0;
+    }
+    EXPECT_EQ(stops, 1);
 }
 
 // At once, or when the object runs again, if another message ended the worker's wait first.

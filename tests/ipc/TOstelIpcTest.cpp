@@ -38,6 +38,13 @@ public:
                 &m_HandlerMutex, &m_Handlers, &m_ServerIds};
     }
     const std::string& Name() const { return m_Name; }
+    std::vector<std::string> EventsWithListeners() const {
+        std::vector<std::string> names;
+        for (const auto& entry : m_Listeners) {
+            names.push_back(entry.first);
+        }
+        return names;
+    }
     int TimeoutMs() const { return m_TimeoutMs; }
     std::size_t Workers() const { return m_Workers.size(); }
 
@@ -216,11 +223,14 @@ TEST(TOstelIpc, CallsTheHandlerThatWasAddedLast) {
     TIpc ipc;
     THandler first(1);
     THandler second(2);
+    bool wasFirstCalled = false;
+    first.then = [&] { wasFirstCalled = true; };
     ipc.AddMethodHandler("M", &first);
     ipc.AddMethodHandler("M", &second);
     std::string reply;
     EXPECT_EQ(ipc.OnMethodCall("M", "d", reply), 2);
     EXPECT_EQ(reply, "M:d");
+    EXPECT_FALSE(wasFirstCalled);
 }
 
 TEST(TOstelIpc, AnswersMinusOneWithoutAHandler) {
@@ -290,6 +300,45 @@ TEST(TOstelIpc, TwoCallsAreNeverHandledAtTheSameTime) {
     EXPECT_FALSE(overlapped);
 }
 
+TEST(TOstelIpc, TwoEventsAreNeverHandledAtTheSameTime) {
+    TIpc ipc;
+    TListener listener;
+    std::atomic<int> inside{0};
+    std::atomic<bool> overlapped{false};
+    listener.then = [&] {
+        overlapped = overlapped || ++inside > 1;
+        std::this_thread::yield();
+        --inside;
+    };
+    ipc.AddEventLstener(&listener, "E");
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (int event = 0; event < 200; ++event) {
+                ipc.OnEvent("E", "");
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_FALSE(overlapped);
+    EXPECT_EQ(listener.events.size(), 800U);
+}
+
+TEST(TOstelIpc, KeepsTheEntriesOfEventsWithoutListeners) {
+    TIpc ipc;
+    TListener listener;
+    EXPECT_THAT(ipc.EventsWithListeners(), IsEmpty());
+    ipc.OnEvent("E", "");
+    EXPECT_THAT(ipc.EventsWithListeners(), ElementsAre("*"));
+    ipc.RemoveEventLstener(&listener, "F");
+    EXPECT_THAT(ipc.EventsWithListeners(), testing::UnorderedElementsAre("*", "F"));
+    ipc.AddEventLstener(&listener, "G");
+    ipc.RemoveEventLstener(&listener, "G");
+    EXPECT_THAT(ipc.EventsWithListeners(), testing::UnorderedElementsAre("*", "F", "G"));
+}
+
 TEST(TOstelIpc, FindsTheServerOfAMethod) {
     TIpc ipc;
     std::string id = "as it was";
@@ -329,9 +378,22 @@ TEST(TOstelIpc, RunsNoThreadWhenConfiguredSo) {
     EXPECT_EQ(ipc.Workers(), 0U);
 }
 
+TEST(TOstelIpc, LeavesRunningThreadsAsTheyAreWhenConfigured) {
+    TIpc ipc;
+    ipc.Run();
+    ipc.Configure({5, 60, false});
+    EXPECT_EQ(ipc.Workers(), 1U);
+    EXPECT_TRUE(WaitUntil([&] { return ipc.loops == 1; }));
+    ipc.Stop();
+    ipc.Run();
+    EXPECT_EQ(ipc.Workers(), 5U);
+}
+
 TEST(TOstelIpc, StopsAtOnceWhenItNeverRan) {
     TIpc ipc;
+    const auto start = std::chrono::steady_clock::now();
     ipc.Stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
     EXPECT_EQ(ipc.Workers(), 0U);
 }
 
@@ -369,6 +431,7 @@ TEST(TOstelIpc, KeepsItsMembersInOrder) {
 static_assert(sizeof(TOstelIpc::TOstelIpcSettings) == 12, "threads, timeout, monitor");
 static_assert(offsetof(TOstelIpc::TOstelIpcSettings, timeout) == 4, "behind the threads");
 static_assert(offsetof(TOstelIpc::TOstelIpcSettings, monitor) == 8, "behind the timeout");
+static_assert(TOstelIpc::TMethodSettings::DEFAULT_TIMEOUT == 4294967295U, "all ones");
 static_assert(offsetof(TOstelIpc::TMethodSettings, timeout) == sizeof(std::string),
               "behind the server id");
 

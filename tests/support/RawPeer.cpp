@@ -131,7 +131,8 @@ void RawPeer::Handle(DBusMessage* message) {
                   Text(dbus_message_get_interface(message)),
                   Text(dbus_message_get_member(message)),
                   Text(dbus_message_get_signature(message)),
-                  ""};
+                  "",
+                  !dbus_message_get_no_reply(message)};
     const char* text = nullptr;
     if (dbus_message_get_args(message, nullptr, DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID)) {
         seen.text = text;

@@ -23,6 +23,7 @@ public:
         std::string member;
         std::string signature;
         std::string text;  // the first argument, when it is a string
+        bool wantsReply;
     };
 
     // Answers a call; a null result leaves it unanswered. Runs on the peer's thread.
