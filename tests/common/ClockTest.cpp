@@ -1,7 +1,9 @@
 #include "ClockTest.h"
 
 #include <dlfcn.h>
+#include <poll.h>
 #include <pthread.h>
+#include <sys/stat.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
@@ -12,6 +14,9 @@ namespace {
 std::atomic<bool> s_AreThreadsRefused{false};
 std::atomic<int> s_FailingDescriptor{-1};
 std::atomic<int> s_Error{0};
+std::atomic<int> s_EndlessPolls{0};
+std::atomic<bool> s_AreFifosRefused{false};
+std::atomic<bool> s_AreTimersRefused{false};
 
 }  // namespace
 
@@ -40,6 +45,31 @@ OSTEL_API ssize_t read(int descriptor, void* bytes, size_t length) {
     return count;
 }
 
+OSTEL_API int poll(pollfd* descriptors, nfds_t count, int timeout) {
+    static auto* const next = reinterpret_cast<decltype(&poll)>(dlsym(RTLD_NEXT, "poll"));
+    if (timeout == -1) {
+        ++s_EndlessPolls;
+    }
+    return next(descriptors, count, timeout);
+}
+
+OSTEL_API int mkfifo(const char* path, mode_t mode) noexcept {
+    if (s_AreFifosRefused) {
+        errno = EROFS;
+        return -1;
+    }
+    return reinterpret_cast<decltype(&mkfifo)>(dlsym(RTLD_NEXT, "mkfifo"))(path, mode);
+}
+
+OSTEL_API int timerfd_create(clockid_t clock, int flags) noexcept {
+    if (s_AreTimersRefused) {
+        errno = EMFILE;
+        return -1;
+    }
+    return reinterpret_cast<decltype(&timerfd_create)>(dlsym(RTLD_NEXT, "timerfd_create"))(clock,
+                                                                                           flags);
+}
+
 }  // extern "C"
 
 TRefusedThreads::TRefusedThreads() {
@@ -48,6 +78,14 @@ TRefusedThreads::TRefusedThreads() {
 
 TRefusedThreads::~TRefusedThreads() {
     s_AreThreadsRefused = false;
+}
+
+void RefuseFifos() {
+    s_AreFifosRefused = true;
+}
+
+void RefuseTimers() {
+    s_AreTimersRefused = true;
 }
 
 TOpenFile::TOpenFile(const std::string& beginning) {
@@ -59,6 +97,10 @@ TOpenFile::TOpenFile(const std::string& beginning) {
             path = std::move(target);
         }
     }
+}
+
+bool WaitForMonitor() {
+    return WaitUntil([] { return s_EndlessPolls > 0; });
 }
 
 void ExpireMonitorTimer(int error) {

@@ -32,6 +32,10 @@ public:
     ~TRefusedThreads();
 };
 
+// From now on none can be made.
+void RefuseFifos();
+void RefuseTimers();
+
 // The open file of this process whose name begins so.
 struct TOpenFile {
     explicit TOpenFile(const std::string& beginning);
@@ -39,6 +43,9 @@ struct TOpenFile {
     int descriptor = -1;
     std::filesystem::path path;
 };
+
+// Waits until the first clock of the process has begun to wait for a change.
+bool WaitForMonitor();
 
 // The one clock's timer expires, and if `error` is not 0, reading it fails with it once. ECANCELED
 // is what the system answers when its clock has been set.
