@@ -31,13 +31,11 @@ std::string DefaultStateFile() {
     return std::string(home != nullptr ? home : ".") + "/.local/state/ostel-gateway/state.sqlite";
 }
 
-// The model installed beside the program, or the one in the source tree it was built from.
+// Models are installed, and built, in the same place as seen from the program.
 std::string DefaultModelFile() {
     std::error_code error;
     const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
-    const auto installed =
-        program.parent_path().parent_path() / "share/ostel/models/home-gateway.json";
-    return std::filesystem::exists(installed, error) ? installed.string() : OSTEL_SOURCE_MODEL;
+    return (program.parent_path().parent_path() / "share/ostel/models/home-gateway.json").string();
 }
 
 // Blocked before any thread starts, so that all of them inherit it and only Wait takes them.

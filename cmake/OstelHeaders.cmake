@@ -1,0 +1,22 @@
+# ostel_public_headers(FILE...)
+# The headers of this folder that are installed. A header that is not says "not installed" in its
+# first line; one that neither says so nor is listed stops the configuration, so that no new class is
+# left at home.
+function(ostel_public_headers)
+  file(GLOB present RELATIVE "${CMAKE_CURRENT_SOURCE_DIR}" CONFIGURE_DEPENDS "*.h")
+  foreach(header IN LISTS present)
+    file(STRINGS "${header}" opening LIMIT_COUNT 1)
+    string(TOLOWER "${opening}" opening)
+    if(opening MATCHES "not installed")
+      list(REMOVE_ITEM present ${header})
+    endif()
+  endforeach()
+  set(listed ${ARGN})
+  set(unlisted ${present})
+  list(REMOVE_ITEM unlisted ${listed})
+  if(unlisted)
+    message(FATAL_ERROR "List in ostel_public_headers, or open with \"Not installed\": ${unlisted}")
+  endif()
+  list(TRANSFORM listed PREPEND "${CMAKE_CURRENT_SOURCE_DIR}/")
+  set_property(GLOBAL APPEND PROPERTY OSTEL_PUBLIC_HEADERS ${listed})
+endfunction()
