@@ -20,6 +20,16 @@ std::size_t EncodingFlags(int indent) {
     return layout | JSON_PRESERVE_ORDER;
 }
 
+// The JSON library reads names and paths up to their first NUL: what it finds under such a text is
+// not what was meant.
+bool HasNul(const std::string& text) {
+    return text.find('\0') != std::string::npos;
+}
+
+json_t* Find(const json_t* object, const std::string& name) {
+    return HasNul(name) ? nullptr : json_object_get(object, name.c_str());
+}
+
 std::string ErrorText(const json_error_t& error) {
     return "line " + std::to_string(error.line) + ": " + error.text;
 }
@@ -51,11 +61,11 @@ bool TOstelJsonObject::IsEmpty() const {
 }
 
 bool TOstelJsonObject::HasProperty(const std::string& name) const {
-    return json_object_get(m_Json, name.c_str()) != nullptr;
+    return Find(m_Json, name) != nullptr;
 }
 
 bool TOstelJsonObject::RemoveProperty(const std::string& name) {
-    return json_object_del(m_Json, name.c_str()) == 0;
+    return !HasNul(name) && json_object_del(m_Json, name.c_str()) == 0;
 }
 
 bool TOstelJsonObject::Clear() {
@@ -72,11 +82,11 @@ std::vector<std::string> TOstelJsonObject::GetProperties() const {
 }
 
 TOstelJsonObject::TOstelJsonType TOstelJsonObject::GetPropertyType(const std::string& name) const {
-    return GetJsonObjectType(json_object_get(m_Json, name.c_str()));
+    return GetJsonObjectType(Find(m_Json, name));
 }
 
 TOstelJsonObject::TOstelJsonType TOstelJsonObject::GetSequenceType(const std::string& name) const {
-    const json_t* const array = json_object_get(m_Json, name.c_str());
+    const json_t* const array = Find(m_Json, name);
     if (!json_is_array(array)) {
         return JSON_TYPE_UNKNOWN;
     }
@@ -95,15 +105,15 @@ TOstelJsonObject::TOstelJsonType TOstelJsonObject::GetSequenceType(const std::st
 }
 
 unsigned int TOstelJsonObject::GetJsonArraySize(const std::string& name) const {
-    return static_cast<unsigned int>(json_array_size(json_object_get(m_Json, name.c_str())));
+    return static_cast<unsigned int>(json_array_size(Find(m_Json, name)));
 }
 
 TOstelJsonObject TOstelJsonObject::GetObject(const std::string& name) const {
-    return TOstelJsonObject(json_deep_copy(json_object_get(m_Json, name.c_str())));
+    return TOstelJsonObject(json_deep_copy(Find(m_Json, name)));
 }
 
 TOstelJsonObject TOstelJsonObject::GetObjectRef(const std::string& name) const {
-    return TOstelJsonObject(json_incref(json_object_get(m_Json, name.c_str())));
+    return TOstelJsonObject(json_incref(Find(m_Json, name)));
 }
 
 std::string TOstelJsonObject::EncodeToString(int indent) const {
@@ -113,7 +123,7 @@ std::string TOstelJsonObject::EncodeToString(int indent) const {
 }
 
 bool TOstelJsonObject::DumpToFile(const std::string& path, int indent) const {
-    return json_dump_file(m_Json, path.c_str(), EncodingFlags(indent)) != -1;
+    return !HasNul(path) && json_dump_file(m_Json, path.c_str(), EncodingFlags(indent)) != -1;
 }
 
 bool TOstelJsonObject::DecodeFromString(const std::string& text) {
@@ -123,7 +133,8 @@ bool TOstelJsonObject::DecodeFromString(const std::string& text) {
     }
     json_error_t error;
     json_decref(m_Json);
-    m_Json = json_loads(text.c_str(), 0, &error);
+    // Of the text's whole length: what stands behind a NUL must not be left out unnoticed.
+    m_Json = json_loadb(text.data(), text.size(), 0, &error);
     if (m_Json == nullptr) {
         m_ErrorText = ErrorText(error);
     }
@@ -134,7 +145,7 @@ bool TOstelJsonObject::LoadFile(const std::string& path) {
     m_ErrorText.clear();
     json_error_t error;
     json_decref(m_Json);
-    m_Json = json_load_file(path.c_str(), 0, &error);
+    m_Json = json_load_file(HasNul(path) ? "" : path.c_str(), 0, &error);
     if (m_Json == nullptr) {
         m_ErrorText = ErrorText(error);
     }
@@ -166,14 +177,19 @@ TOstelJsonObject::TOstelJsonType TOstelJsonObject::GetJsonObjectType(void* value
 }
 
 void* TOstelJsonObject::GetJsonObject(const std::string& name, unsigned int index) const {
-    json_t* const value = json_object_get(m_Json, name.c_str());
+    json_t* const value = Find(m_Json, name);
     // An index beyond the end yields the array itself: that is how callers ask for the whole.
     json_t* const element = json_array_get(value, index);
     return element != nullptr ? element : value;
 }
 
 int TOstelJsonObject::SetJsonObject(const std::string& name, void* value) {
-    return json_object_set_new(m_Json, name.c_str(), value != nullptr ? Raw(value) : json_null());
+    json_t* const stolen = value != nullptr ? Raw(value) : json_null();
+    if (HasNul(name)) {
+        json_decref(stolen);
+        return -1;
+    }
+    return json_object_set_new(m_Json, name.c_str(), stolen);
 }
 
 void* TOstelJsonObject::NewJsonArray() const {
@@ -187,62 +203,43 @@ int TOstelJsonObject::AppendJsonArray(void** array, void* value) {
     return json_array_append_new(Raw(*array), Raw(value));
 }
 
-template <>
-TOstelJsonObject TOstelJsonObject::GetJsonValue<TOstelJsonObject>(
-    const void* value, const TOstelJsonObject& defaultValue) const {
-    return json_is_object(Raw(value)) ? TOstelJsonObject(json_deep_copy(Raw(value))) : defaultValue;
+template <typename T>
+T TOstelJsonObject::GetJsonValue(const void* value, const T& defaultValue) const {
+    const json_t* const json = Raw(value);
+    if constexpr (std::is_same_v<T, TOstelJsonObject>) {
+        return json_is_object(json) ? TOstelJsonObject(json_deep_copy(json)) : defaultValue;
+    } else if constexpr (std::is_same_v<T, std::string>) {
+        return json_is_string(json) ? std::string(json_string_value(json), json_string_length(json))
+                                    : defaultValue;
+    } else if constexpr (std::is_pointer_v<T>) {
+        return json_is_string(json) ? json_string_value(json) : defaultValue;
+    } else if constexpr (std::is_same_v<T, bool>) {
+        return json_is_boolean(json) ? json_is_true(json) : defaultValue;
+    } else if constexpr (std::is_same_v<T, double>) {
+        return json_is_number(json) ? json_number_value(json) : defaultValue;
+    } else if constexpr (std::is_same_v<T, long>) {
+        // 32 bits on every machine, so that a document means the same on all of them.
+        return json_is_integer(json) ? static_cast<std::int32_t>(json_integer_value(json))
+                                     : defaultValue;
+    } else {
+        // Integers keep their low bits: what reads a number knows its width.
+        return json_is_integer(json) ? static_cast<T>(json_integer_value(json)) : defaultValue;
+    }
 }
 
-template <>
-bool TOstelJsonObject::GetJsonValue<bool>(const void* value, const bool& defaultValue) const {
-    return json_is_boolean(Raw(value)) ? json_is_true(Raw(value)) : defaultValue;
-}
-
-template <>
-const char* TOstelJsonObject::GetJsonValue<const char*>(const void* value,
-                                                        const char* const& defaultValue) const {
-    return json_is_string(Raw(value)) ? json_string_value(Raw(value)) : defaultValue;
-}
-
-template <>
-std::string TOstelJsonObject::GetJsonValue<std::string>(const void* value,
-                                                        const std::string& defaultValue) const {
-    return json_is_string(Raw(value))
-               ? std::string(json_string_value(Raw(value)), json_string_length(Raw(value)))
-               : defaultValue;
-}
-
-template <>
-double TOstelJsonObject::GetJsonValue<double>(const void* value, const double& defaultValue) const {
-    return json_is_number(Raw(value)) ? json_number_value(Raw(value)) : defaultValue;
-}
-
-// Integers keep their low bits: what reads a number knows its width.
-template <>
-unsigned short TOstelJsonObject::GetJsonValue<unsigned short>(
-    const void* value, const unsigned short& defaultValue) const {
-    return json_is_integer(Raw(value)) ? static_cast<std::uint16_t>(json_integer_value(Raw(value)))
-                                       : defaultValue;
-}
-
-template <>
-int TOstelJsonObject::GetJsonValue<int>(const void* value, const int& defaultValue) const {
-    return json_is_integer(Raw(value)) ? static_cast<std::int32_t>(json_integer_value(Raw(value)))
-                                       : defaultValue;
-}
-
-// 32 bits on every machine, so that a document means the same on all of them.
-template <>
-long TOstelJsonObject::GetJsonValue<long>(const void* value, const long& defaultValue) const {
-    return json_is_integer(Raw(value)) ? static_cast<std::int32_t>(json_integer_value(Raw(value)))
-                                       : defaultValue;
-}
-
-template <>
-long long TOstelJsonObject::GetJsonValue<long long>(const void* value,
-                                                    const long long& defaultValue) const {
-    return json_is_integer(Raw(value)) ? json_integer_value(Raw(value)) : defaultValue;
-}
+template OSTEL_API TOstelJsonObject TOstelJsonObject::GetJsonValue(const void*,
+                                                                   const TOstelJsonObject&) const;
+template OSTEL_API std::string TOstelJsonObject::GetJsonValue(const void*,
+                                                              const std::string&) const;
+template OSTEL_API const char* TOstelJsonObject::GetJsonValue(const void*,
+                                                              const char* const&) const;
+template OSTEL_API bool TOstelJsonObject::GetJsonValue(const void*, const bool&) const;
+template OSTEL_API unsigned short TOstelJsonObject::GetJsonValue(const void*,
+                                                                 const unsigned short&) const;
+template OSTEL_API int TOstelJsonObject::GetJsonValue(const void*, const int&) const;
+template OSTEL_API long TOstelJsonObject::GetJsonValue(const void*, const long&) const;
+template OSTEL_API long long TOstelJsonObject::GetJsonValue(const void*, const long long&) const;
+template OSTEL_API double TOstelJsonObject::GetJsonValue(const void*, const double&) const;
 
 template <typename T>
 void* TOstelJsonObject::ToJson(const T& value) const {

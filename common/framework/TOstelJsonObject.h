@@ -10,7 +10,8 @@ struct json_t;
 
 // The one JSON value type: every request, reply and event payload is one. Owns one JSON value,
 // meant to be an object whose properties keep their order. Nothing here throws for what a document
-// holds: failures are results (false, null, 0, the caller's default).
+// holds: failures are results (false, null, 0, the caller's default). Texts with a NUL in them are
+// fine as values; there is no property, no file and no document under or in such a text.
 //
 // Copies are deep. Not safe for concurrent use; objects made by GetObjectRef share one value and
 // so share that limit.
@@ -85,7 +86,7 @@ public:
 
     // New. Offered for const char*, char*, std::string, char, unsigned short, unsigned int,
     // unsigned long, int, long, long long, double, bool and TOstelJsonObject. Null when the text
-    // is null or not UTF-8.
+    // is null or not UTF-8, and when the number is not finite.
     template <typename T>
     void* ToJson(const T& value) const;
     void* ToJson(const char* value) const;
@@ -102,7 +103,8 @@ public:
         return SetJsonObject(name, ToJson<T>(value));
     }
 
-    // Replaces `out`; elements that are not objects become empty objects.
+    // Replaces `out`; elements that are not objects become empty objects. Elements of `in` that
+    // hold no value at all are left out.
     void GetPropertySequence(const std::string& name, std::vector<TOstelJsonObject>& out) const;
     int SetPropertySequence(const std::string& name, const std::vector<TOstelJsonObject>& in);
 

@@ -163,16 +163,16 @@ TEST_F(TOstelEventListenerTest, AMalformedPayloadIsDroppedWithoutALogLine) {
     const std::string deep(100000, '[');
     for (const std::string& data :
          {std::string(), std::string("text"), std::string(R"({"MAC_ADDRESS":"m")"),
-          std::string("{\"URL\":\"\xff\"}"), std::string("\0{}", 3), std::string("7"), deep,
-          "{\"URL\":" + deep, std::string(10 << 20, 'x')}) {
+          std::string("{\"URL\":\"\xff\"}"), std::string("\0{}", 3), std::string("{}\0{}", 5),
+          std::string("7"), deep, "{\"URL\":" + deep, std::string(10 << 20, 'x')}) {
         m_Listener.OnEvent(CLIENT_CONNECTED, data);
         m_Listener.OnEvent(PARAM_CHANGED, data);
         m_Listener.OnOstelEvent(INSTALL_ATTEMPT, data);
     }
     EXPECT_TRUE(NobodyWasTold());
     // Nothing but the traces of the general events.
-    EXPECT_EQ(RecordingLog::Texts(6).size(), 9U);
-    EXPECT_EQ(RecordingLog::Lines().size(), 9U);
+    EXPECT_EQ(RecordingLog::Texts(6).size(), 10U);
+    EXPECT_EQ(RecordingLog::Lines().size(), 10U);
 }
 
 TEST_F(TOstelEventListenerTest, APayloadOfTenMegabytesArrivesWhole) {

@@ -3,35 +3,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <jansson.h>
-#include <unistd.h>
 
 #include <climits>
-#include <fstream>
-#include <sstream>
+#include <limits>
+#include <string>
+#include <vector>
 
-#include "BinaryLayout.h"
-#include "ChildProcess.h"
+#include "JsonObjectTest.h"
 #include "TempDir.h"
 
 namespace {
 
 using testing::IsEmpty;
-using TJson = TOstelJsonObject;
-
-TJson Decoded(const std::string& text) {
-    TJson object;
-    EXPECT_TRUE(object.DecodeFromString(text)) << object.GetErrorText();
-    return object;
-}
-
-std::string Encoded(const TJson& object) {
-    return object.EncodeToString(-1);
-}
-
-// An object that holds no value at all.
-TJson Nothing() {
-    return TJson().GetObjectRef("missing");
-}
+using namespace JsonObjectTest;
 
 TEST(TOstelJsonObject, StartsAsTheEmptyObject) {
     const TJson object;
@@ -118,6 +102,33 @@ TEST(TOstelJsonObject, ReferencesAreCounted) {
     EXPECT_TRUE(object.RemoveProperty("a"));
     EXPECT_EQ(value->refcount, 1U);
     json_decref(value);
+}
+
+TEST(TOstelJsonObject, ConstantValuesAreSharedWithoutCounting) {
+    const TJson object = Decoded(R"({"t":true,"f":false,"n":null})");
+    const auto uncounted = json_true()->refcount;
+    for (const char* name : {"t", "f", "n"}) {
+        const auto* const value =
+            static_cast<const json_t*>(object.GetJsonObject(name, TJson::WHOLE_PROPERTY));
+        {
+            const TJson shared = object.GetObjectRef(name);
+            EXPECT_EQ(value->refcount, uncounted) << name;
+        }
+        EXPECT_EQ(value->refcount, uncounted) << name;
+    }
+}
+
+TEST(TOstelJsonObject, ListsItsPropertiesInTheOrderOfTheJsonLibrary) {
+    TJson object = Decoded(R"({"o":{"z":1,"a":2,"m":3,"b":4}})");
+    object.GetObjectRef("o").RemoveProperty("m");
+    object.GetObjectRef("o").SetPropertyValue("m", 5);
+    auto* const raw = static_cast<json_t*>(object.GetJsonObject("o", TJson::WHOLE_PROPERTY));
+    std::vector<std::string> expected;
+    for (void* at = json_object_iter(raw); at != nullptr; at = json_object_iter_next(raw, at)) {
+        expected.emplace_back(json_object_iter_key(at));
+    }
+    EXPECT_EQ(object.GetObjectRef("o").GetProperties(), expected);
+    EXPECT_EQ(expected.size(), 4U);
 }
 
 TEST(TOstelJsonObject, KnowsItsProperties) {
@@ -209,6 +220,21 @@ TEST(TOstelJsonObject, AppendMakesTheArrayItLacks) {
     EXPECT_EQ(object.GetSequenceType("e"), TJson::JSON_TYPE_NULL);
 }
 
+TEST(TOstelJsonObject, AppendFailsWithoutAnArrayOrAValueAndReleasesTheValue) {
+    TJson object;
+    void* array = object.NewJsonArray();
+    EXPECT_EQ(object.AppendJsonArray(&array, nullptr), -1);
+    EXPECT_EQ(json_array_size(static_cast<json_t*>(array)), 0U);
+    void* text = object.ToJson("no array");
+    json_t* const value = json_integer(1);
+    json_incref(value);
+    EXPECT_EQ(object.AppendJsonArray(&text, value), -1);
+    EXPECT_EQ(value->refcount, 1U);
+    json_decref(value);
+    json_decref(static_cast<json_t*>(text));
+    json_decref(static_cast<json_t*>(array));
+}
+
 TEST(TOstelJsonObject, ReadsOnlyTheTypesThatConvert) {
     const TJson object = Decoded(R"({"s":"3","i":3,"r":2.5,"z":0,"t":true,"f":false,"n":null})");
     EXPECT_EQ(object.GetPropertyValue("s", 7), 7);
@@ -231,9 +257,14 @@ TEST(TOstelJsonObject, ReadsOnlyTheTypesThatConvert) {
 }
 
 TEST(TOstelJsonObject, CutsIntegersToTheirWidth) {
-    const TJson object = Decoded(R"({"big":4294967299,"short":65541,"min":-9223372036854775808})");
+    const TJson object = Decoded(R"({"big":4294967299,"ones":4294967295,"sign":2147483648,)"
+                                 R"("short":65541,"min":-9223372036854775808})");
     EXPECT_EQ(object.GetPropertyValue("big", 0), 3);
     EXPECT_EQ(object.GetPropertyValue("big", 0L), 3L);
+    EXPECT_EQ(object.GetPropertyValue("ones", 0), -1);
+    EXPECT_EQ(object.GetPropertyValue("ones", 0L), -1L);
+    EXPECT_EQ(object.GetPropertyValue("sign", 0), INT_MIN);
+    EXPECT_EQ(object.GetPropertyValue("sign", 0L), long{INT_MIN});
     EXPECT_EQ(object.GetPropertyValue("big", 0LL), 4294967299LL);
     EXPECT_EQ(object.GetPropertyValue<unsigned short>("short", 0), 5);
     EXPECT_EQ(object.GetPropertyValue("min", 0LL), LLONG_MIN);
@@ -290,6 +321,43 @@ TEST(TOstelJsonObject, TextsThatAreNotUtf8BecomeNull) {
     EXPECT_EQ(Encoded(object), R"({"a":null,"b":null})");
 }
 
+TEST(TOstelJsonObject, NumbersThatAreNotFiniteBecomeNull) {
+    TJson object;
+    EXPECT_EQ(object.SetPropertyValue("a", std::numeric_limits<double>::quiet_NaN()), 0);
+    EXPECT_EQ(object.SetPropertyValue("b", std::numeric_limits<double>::infinity()), 0);
+    EXPECT_EQ(Encoded(object), R"({"a":null,"b":null})");
+}
+
+TEST(TOstelJsonObject, RefusesNamesThatAreNotUtf8AndReleasesTheirValues) {
+    TJson object;
+    json_t* const value = json_integer(1);
+    json_incref(value);
+    EXPECT_EQ(object.SetJsonObject("\xFF", value), -1);
+    EXPECT_EQ(value->refcount, 1U);
+    json_decref(value);
+    EXPECT_TRUE(object.IsEmpty());
+}
+
+TEST(TOstelJsonObject, HasNoPropertyUnderANameWithNul) {
+    const std::string name("a\0b", 3);
+    TJson object = Decoded(R"({"a":[{"x":1}]})");
+    EXPECT_FALSE(object.HasProperty(name));
+    EXPECT_FALSE(object.RemoveProperty(name));
+    EXPECT_EQ(object.GetPropertyType(name), TJson::JSON_TYPE_UNKNOWN);
+    EXPECT_EQ(object.GetSequenceType(name), TJson::JSON_TYPE_UNKNOWN);
+    EXPECT_EQ(object.GetJsonArraySize(name), 0U);
+    EXPECT_EQ(object.GetJsonObject(name, 0), nullptr);
+    EXPECT_EQ(Encoded(object.GetObject(name)), "");
+    EXPECT_EQ(Encoded(object.GetObjectRef(name)), "");
+    EXPECT_EQ(object.SetPropertyValue(name, 1), -1);
+    json_t* const value = json_integer(1);
+    json_incref(value);
+    EXPECT_EQ(object.SetJsonObject(name, value), -1);
+    EXPECT_EQ(value->refcount, 1U);
+    json_decref(value);
+    EXPECT_EQ(Encoded(object), R"({"a":[{"x":1}]})");
+}
+
 TEST(TOstelJsonObject, TextsWithNulKeepTheirLength) {
     TJson object;
     const std::string text("a\0b", 3);
@@ -318,50 +386,8 @@ TEST(TOstelJsonObject, SequencesKeepTheirCount) {
     }
     EXPECT_EQ(target.SetPropertySequence("b", {}), 0);
     EXPECT_EQ(Encoded(target), R"({"b":[]})");
-}
-
-TEST(TOstelJsonObject, EncodesInInsertionOrderWithTheIndent) {
-    TJson object;
-    object.SetPropertyValue("z", 1);
-    object.SetPropertyValue("a", 2);
-    EXPECT_EQ(object.EncodeToString(-1), R"({"z":1,"a":2})");
-    EXPECT_EQ(object.EncodeToString(2), "{\n  \"z\": 1,\n  \"a\": 2\n}");
-    EXPECT_EQ(object.EncodeToString(0), R"({"z": 1, "a": 2})");
-    EXPECT_EQ(object.EncodeToString(34), object.EncodeToString(2));
-    EXPECT_EQ(object.EncodeToString(-30), object.EncodeToString(2));
-}
-
-TEST(TOstelJsonObject, EmptyTextLeavesItAsItWas) {
-    TJson object = Decoded(R"({"a":1})");
-    EXPECT_FALSE(object.DecodeFromString(""));
-    EXPECT_EQ(object.GetErrorText(), "");
-    EXPECT_EQ(Encoded(object), R"({"a":1})");
-}
-
-TEST(TOstelJsonObject, FailedDecodeLeavesNoValue) {
-    TJson object = Decoded(R"({"a":1})");
-    EXPECT_FALSE(object.DecodeFromString("{"));
-    EXPECT_THAT(object.GetErrorText(), testing::StartsWith("line 1: "));
-    EXPECT_GT(object.GetErrorText().size(), std::string("line 1: ").size());
-    EXPECT_EQ(Encoded(object), "");
-    EXPECT_TRUE(object.IsEmpty());
-    EXPECT_FALSE(object.HasProperty("a"));
-    EXPECT_EQ(object.SetPropertyValue("a", 1), -1);
-    EXPECT_TRUE(object.DecodeFromString("{}"));
-    EXPECT_EQ(object.GetErrorText(), "");
-}
-
-TEST(TOstelJsonObject, NamesTheLineOfAFault) {
-    TJson object;
-    EXPECT_FALSE(object.DecodeFromString("{\n\"a\": 1,\nx}"));
-    EXPECT_THAT(object.GetErrorText(), testing::StartsWith("line 3: "));
-}
-
-TEST(TOstelJsonObject, TakesAnObjectOrAnArrayAtTheTop) {
-    EXPECT_TRUE(TJson().DecodeFromString("[1]"));
-    for (const char* text : {"1", "\"a\"", "null", "{} x", "nonsense", "{'a':1}"}) {
-        EXPECT_FALSE(TJson().DecodeFromString(text)) << text;
-    }
+    EXPECT_EQ(target.SetPropertySequence("b", {TJson(), Nothing(), TJson()}), 0);
+    EXPECT_EQ(Encoded(target), R"({"b":[{},{}]})");
 }
 
 TEST(TOstelJsonObject, EveryOperationBearsTheLackOfAValue) {
@@ -384,70 +410,5 @@ TEST(TOstelJsonObject, EveryOperationBearsTheLackOfAValue) {
     TempDir dir;
     EXPECT_FALSE(nothing.DumpToFile(dir.File("x"), -1));
 }
-
-TEST(TOstelJsonObject, DumpsAndLoadsFiles) {
-    TempDir dir;
-    const TJson object = Decoded(R"({"z":1,"a":[2]})");
-    ASSERT_TRUE(object.DumpToFile(dir.File("x.json"), -1));
-    std::ostringstream text;
-    text << std::ifstream(dir.File("x.json")).rdbuf();
-    EXPECT_EQ(text.str(), R"({"z":1,"a":[2]})");
-    TJson loaded;
-    EXPECT_TRUE(loaded.LoadFile(dir.File("x.json")));
-    EXPECT_EQ(Encoded(loaded), Encoded(object));
-    EXPECT_FALSE(object.DumpToFile("/nonexistent/x.json", -1));
-}
-
-TEST(TOstelJsonObject, TellsWhyAFileIsNotLoaded) {
-    TempDir dir;
-    TJson object = Decoded(R"({"a":1})");
-    EXPECT_FALSE(object.LoadFile(dir.File("missing")));
-    EXPECT_THAT(object.GetErrorText(), testing::StartsWith("line -1: "));
-    EXPECT_EQ(Encoded(object), "");
-    EXPECT_FALSE(object.LoadFile(""));
-    EXPECT_NE(object.GetErrorText(), "");
-    std::ofstream(dir.File("bad")) << "{\n\n]";
-    EXPECT_FALSE(object.LoadFile(dir.File("bad")));
-    EXPECT_THAT(object.GetErrorText(), testing::StartsWith("line 3: "));
-}
-
-TEST(TOstelJsonObject, RefusesHundredThousandLevels) {
-    const std::string deep = std::string(100000, '[') + std::string(100000, ']');
-    TJson object;
-    EXPECT_FALSE(object.DecodeFromString(deep));
-    EXPECT_THAT(object.GetErrorText(), testing::HasSubstr("depth"));
-    EXPECT_FALSE(object.DecodeFromString(std::string(100000, '{')));
-}
-
-TEST(TOstelJsonObject, ReadsTenMegabytes) {
-    const std::string text(10 * 1024 * 1024, 'x');
-    TJson object;
-    object.SetPropertyValue("a", text);
-    const TJson again = Decoded(Encoded(object));
-    EXPECT_EQ(again.GetPropertyValue<std::string>("a", ""), text);
-}
-
-// What is not offered must not be there to link with, or callers would come to rely on it.
-TEST(TOstelJsonObject, OffersExactlyItsTypes) {
-    const std::string symbols =
-        RunProgram({"nm", "-DC", "--defined-only", OSTEL_APP_LIBRARY}).output;
-    for (const char* type : {"TOstelJsonObject", "bool", "char const*", "unsigned short", "int",
-                             "long", "long long", "double"}) {
-        EXPECT_THAT(symbols, testing::HasSubstr(" TOstelJsonObject::GetJsonValue<" +
-                                                std::string(type) + ">("))
-            << type;
-    }
-    for (const char* type : {"char", "unsigned int", "unsigned long"}) {
-        EXPECT_THAT(symbols,
-                    testing::Not(testing::HasSubstr("GetJsonValue<" + std::string(type) + ">(")))
-            << type;
-        EXPECT_THAT(symbols, testing::HasSubstr("ToJson<" + std::string(type) + ">(")) << type;
-    }
-}
-
-#ifdef __i386__
-static_assert(sizeof(TOstelJsonObject) == 4 + 4 + sizeof(std::string),
-              "virtual table, value, error text");
-#endif
 
 }  // namespace
