@@ -23,7 +23,8 @@ std::string Run(const std::string& calls, const std::vector<std::string>& comman
     setenv("ASAN_OPTIONS", (std::string(options ? options : "") + ":detect_leaks=0").c_str(), 1);
     const TempDir dir;
     std::vector<std::string> traced = {
-        "strace", "-ff", "-X", "raw", "-e", "trace=" + calls, "-o", dir.File("trace")};
+        "strace",         "-ff", "-X",          "raw", "-e",
+        "trace=" + calls, "-e",  "signal=none", "-o",  dir.File("trace")};
     traced.insert(traced.end(), command.begin(), command.end());
     const TFinished run = RunProgram(traced);
     EXPECT_EQ(run.status, 0) << run.errors;
