@@ -1,0 +1,54 @@
+#include "TOstelSignalHandler.h"
+
+#include <cstring>
+#include <utility>
+
+#include "zt_logging.h"
+
+TOstelSignalHandler::TOstelSignalHandler(const std::vector<int>& signals) {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal : signals) {
+        if (sigaddset(&set, signal) != 0) {
+            ztLogging_log(3, "[TOstelSignalHandler] '%d' is not a signal.", signal);
+        }
+    }
+    const int error = pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    if (error != 0) {
+        ztLogging_log(2, "[TOstelSignalHandler] Can't update sigmask - '%s'.",
+                      std::strerror(error));
+        return;
+    }
+    // Without a thread to be had, the first Wait does the waiting.
+    m_Future = std::async([this, set] { return Accept(set); });
+}
+
+TOstelSignalHandler::~TOstelSignalHandler() {
+    // Waits for the thread while the members that it looks at are still there.
+    m_Future = {};
+}
+
+void TOstelSignalHandler::Wait(std::function<bool(int)>&& handler) {
+    if (!m_Future.valid()) {
+        ztLogging_log(2, "[TOstelSignalHandler] Future object is not available.");
+        return;
+    }
+    m_Handler = std::move(handler);
+    m_HasHandler = true;
+    m_Future.wait();
+}
+
+int TOstelSignalHandler::Accept(const sigset_t& signals) const {
+    while (true) {
+        int signal = 0;
+        sigwait(&signals, &signal);
+        // A signal without a handler ends the waiting: kept, those who start late must not wait for
+        // a signal that has gone.
+        if (!m_HasHandler) {
+            throw std::bad_function_call();
+        }
+        if (m_Handler(signal)) {
+            return signal;
+        }
+    }
+}

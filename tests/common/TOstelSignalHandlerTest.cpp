@@ -1,0 +1,307 @@
+#include "TOstelSignalHandler.h"
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+#include <type_traits>
+
+#include "BinaryLayout.h"
+#include "ChildProcess.h"
+#include "RecordingLog.h"
+#include "WaitUntil.h"
+
+struct TFuture {
+    friend std::size_t OffsetOf(TFuture);
+};
+struct THandler {
+    friend std::size_t OffsetOf(THandler);
+};
+struct THasHandler {
+    friend std::size_t OffsetOf(THasHandler);
+};
+template struct MemberOffset<TFuture, &TOstelSignalHandler::m_Future>;
+template struct MemberOffset<THandler, &TOstelSignalHandler::m_Handler>;
+template struct MemberOffset<THasHandler, &TOstelSignalHandler::m_HasHandler>;
+
+namespace {
+
+int s_SigmaskError = 0;
+
+}  // namespace
+
+// Takes the place of the system's own for the library as well: no valid call of it fails.
+extern "C" OSTEL_API int pthread_sigmask(int how, const sigset_t* set, sigset_t* before) noexcept {
+    using TSigmask = int (*)(int, const sigset_t*, sigset_t*);
+    static const auto next = reinterpret_cast<TSigmask>(dlsym(RTLD_NEXT, "pthread_sigmask"));
+    return s_SigmaskError != 0 ? s_SigmaskError : next(how, set, before);
+}
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// From another process, which has ended when this returns.
+void SendFromOutside(const std::string& signals) {
+    const TFinished sender =
+        RunProgram({"sh", "-c", "for name in " + signals + "; do kill -$name $PPID; done"});
+    EXPECT_EQ(sender.status, 0) << sender.errors;
+}
+
+std::ptrdiff_t Threads() {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return std::distance(begin(tasks), end(tasks));
+}
+
+bool IsAsleep(pid_t thread) {
+    std::string word;
+    std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
+    while (status >> word && word != "State:") {
+    }
+    status >> word;
+    return word == "S";
+}
+
+bool HasHandler(const TOstelSignalHandler& handler) {
+    const auto* const place = reinterpret_cast<const char*>(&handler) + OffsetOf(THasHandler());
+    return *reinterpret_cast<const std::atomic<bool>*>(place);
+}
+
+bool IsBlocked(int signal) {
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    return sigismember(&mask, signal) == 1;
+}
+
+bool IsPending(int signal) {
+    sigset_t pending;
+    sigpending(&pending);
+    return sigismember(&pending, signal) == 1;
+}
+
+void Never(int signal) {
+    ADD_FAILURE() << "signal " << signal << " was not blocked";
+}
+
+class TOstelSignalHandlerTest : public testing::Test {
+protected:
+    // Sends the signals when somebody waits for them.
+    std::thread SenderTo(const TOstelSignalHandler& handler, const std::string& signals) {
+        return std::thread([&handler, signals] {
+            EXPECT_TRUE(WaitUntil([&] { return HasHandler(handler); }));
+            SendFromOutside(signals);
+        });
+    }
+
+    // Waits with a handler that accepts SIGTERM, for signals that come then.
+    std::vector<int> SignalsSeen(TOstelSignalHandler& handler, const std::string& signals) {
+        std::vector<int> seen;
+        std::thread sender = SenderTo(handler, signals);
+        handler.Wait([&](int signal) {
+            seen.push_back(signal);
+            m_HandlersThread = std::this_thread::get_id();
+            return signal == SIGTERM;
+        });
+        sender.join();
+        return seen;
+    }
+
+    // The handler's waiting ended by a signal that came too early.
+    void EndEarly(const std::string& signal) const {
+        SendFromOutside(signal);
+        EXPECT_TRUE(WaitUntil([this] { return Threads() == m_Threads; }));
+    }
+
+    const std::ptrdiff_t m_Threads = Threads();
+    std::thread::id m_HandlersThread;
+};
+
+TEST_F(TOstelSignalHandlerTest, KeepsTheOrderOfItsMembersBehindTheVirtualTable) {
+    static_assert(std::has_virtual_destructor_v<TOstelSignalHandler>);
+    EXPECT_EQ(OffsetOf(TFuture()), sizeof(void*));
+    EXPECT_EQ(OffsetOf(THandler()), sizeof(void*) + sizeof(std::future<int>));
+}
+
+TEST_F(TOstelSignalHandlerTest, ConsumesSignalsUntilOneIsAccepted) {
+    TOstelSignalHandler handler({SIGINT, SIGTERM});
+    EXPECT_THAT(SignalsSeen(handler, "INT TERM"), ElementsAre(SIGINT, SIGTERM));
+    EXPECT_NE(m_HandlersThread, std::this_thread::get_id());
+    EXPECT_FALSE(IsPending(SIGINT) || IsPending(SIGTERM));
+    EXPECT_THAT(RecordingLog::Lines(), IsEmpty());
+}
+
+TEST_F(TOstelSignalHandlerTest, LeavesASignalAfterTheAcceptedOnePending) {
+    TOstelSignalHandler handler({SIGINT, SIGTERM});
+    EXPECT_THAT(SignalsSeen(handler, "TERM"), ElementsAre(SIGTERM));
+    SendFromOutside("INT");
+    EXPECT_TRUE(IsPending(SIGINT));
+    EXPECT_TRUE(IsBlocked(SIGINT) && IsBlocked(SIGTERM));
+}
+
+TEST_F(TOstelSignalHandlerTest, DoesNotWaitAgainAfterTheAcceptedSignal) {
+    TOstelSignalHandler handler({SIGTERM});
+    const auto first = std::make_shared<int>();
+    std::function<bool(int)> accept = [first](int) { return true; };
+    std::thread sender = SenderTo(handler, "TERM");
+    handler.Wait(std::move(accept));
+    sender.join();
+    EXPECT_EQ(first.use_count(), 2) << "moved to the object, which keeps it";
+    SendFromOutside("TERM");
+    handler.Wait([](int) -> bool { throw std::logic_error("called again"); });
+    EXPECT_EQ(first.use_count(), 1);
+    EXPECT_TRUE(IsPending(SIGTERM));
+}
+
+TEST_F(TOstelSignalHandlerTest, EndsWithASignalThatComesBeforeAnybodyWaits) {
+    TOstelSignalHandler handler({SIGINT, SIGTERM});
+    EndEarly("INT");
+    bool isCalled = false;
+    handler.Wait([&](int) { return isCalled = true; });
+    EXPECT_FALSE(isCalled);
+    EXPECT_THAT(RecordingLog::Lines(), IsEmpty());
+}
+
+TEST_F(TOstelSignalHandlerTest, EndsWithASignalForAnEmptyHandler) {
+    TOstelSignalHandler handler({SIGINT, SIGTERM});
+    std::thread sender = SenderTo(handler, "INT");
+    handler.Wait({});
+    sender.join();
+    EXPECT_FALSE(IsPending(SIGINT));
+}
+
+TEST_F(TOstelSignalHandlerTest, KeepsWhatItsHandlerThrowsToItself) {
+    TOstelSignalHandler handler({SIGINT, SIGTERM});
+    std::thread sender = SenderTo(handler, "INT");
+    EXPECT_NO_THROW(
+        handler.Wait([](int signal) -> bool { throw std::runtime_error(std::to_string(signal)); }));
+    sender.join();
+    EXPECT_FALSE(IsPending(SIGINT));
+}
+
+TEST_F(TOstelSignalHandlerTest, BlocksItsSignalsInAdditionAndForLaterThreads) {
+    std::signal(SIGUSR1, Never);
+    sigset_t mine;
+    sigemptyset(&mine);
+    sigaddset(&mine, SIGUSR2);
+    pthread_sigmask(SIG_BLOCK, &mine, nullptr);
+    {
+        const TOstelSignalHandler handler({SIGUSR1});
+        EXPECT_TRUE(IsBlocked(SIGUSR1) && IsBlocked(SIGUSR2));
+        EXPECT_FALSE(IsBlocked(SIGTERM));
+        std::thread([] { EXPECT_TRUE(IsBlocked(SIGUSR1)); }).join();
+        EndEarly("USR1");
+    }
+    EXPECT_TRUE(IsBlocked(SIGUSR1)) << "after its end, too";
+}
+
+TEST_F(TOstelSignalHandlerTest, BlocksItsDestructionUntilASignalComes) {
+    auto handler = std::make_unique<TOstelSignalHandler>(std::vector<int>{SIGTERM});
+    std::atomic<pid_t> id{0};
+    std::atomic<bool> isDestroyed{false};
+    std::thread destroyer([&] {
+        id = gettid();
+        handler.reset();
+        isDestroyed = true;
+    });
+    EXPECT_TRUE(WaitUntil([&] { return id != 0 && (isDestroyed || IsAsleep(id)); }));
+    EXPECT_FALSE(isDestroyed);
+    SendFromOutside("TERM");
+    destroyer.join();
+    EXPECT_FALSE(IsPending(SIGTERM));
+}
+
+TEST_F(TOstelSignalHandlerTest, NeverEndsWithoutSignals) {
+    static std::atomic<bool> s_IsCaught{false};
+    static std::atomic<bool> s_HasEnded{false};
+    std::signal(SIGTERM, [](int) { s_IsCaught = true; });
+    sigset_t before;
+    pthread_sigmask(SIG_SETMASK, nullptr, &before);
+    // It outlives the test: nothing can end it.
+    static auto* const s_Handler = new TOstelSignalHandler({});
+    sigset_t after;
+    pthread_sigmask(SIG_SETMASK, nullptr, &after);
+    for (int signal = 1; signal < SIGRTMIN; ++signal) {
+        EXPECT_EQ(sigismember(&after, signal), sigismember(&before, signal)) << signal;
+    }
+    std::atomic<pid_t> id{0};
+    std::thread([&] {
+        id = gettid();
+        s_Handler->Wait([](int) { return true; });
+        s_HasEnded = true;
+    }).detach();
+    EXPECT_TRUE(WaitUntil([] { return HasHandler(*s_Handler); }));
+    EXPECT_TRUE(WaitUntil([&] { return s_HasEnded || IsAsleep(id); }));
+    SendFromOutside("TERM");
+    EXPECT_TRUE(WaitUntil([] { return s_IsCaught.load(); }));
+    EXPECT_FALSE(s_HasEnded);
+    EXPECT_EQ(Threads(), m_Threads + 2);
+}
+
+TEST_F(TOstelSignalHandlerTest, LogsWhatIsNoSignalAndWaitsForTheRest) {
+    TOstelSignalHandler handler({0, SIGTERM, -1, 1000});
+    EXPECT_THAT(SignalsSeen(handler, "TERM"), ElementsAre(SIGTERM));
+    EXPECT_THAT(RecordingLog::Texts(3),
+                ElementsAre("[TOstelSignalHandler] '0' is not a signal.",
+                            "[TOstelSignalHandler] '-1' is not a signal.",
+                            "[TOstelSignalHandler] '1000' is not a signal."));
+}
+
+TEST_F(TOstelSignalHandlerTest, DoesNotWaitForWhatCannotBeBlocked) {
+    s_SigmaskError = EPERM;
+    TOstelSignalHandler handler({SIGTERM});
+    s_SigmaskError = 0;
+    EXPECT_EQ(Threads(), m_Threads);
+    const std::string blocking =
+        std::string("[TOstelSignalHandler] Can't update sigmask - '") + std::strerror(EPERM) + "'.";
+    EXPECT_THAT(RecordingLog::Texts(2), ElementsAre(blocking));
+    RecordingLog::Clear();
+    handler.Wait([](int) { return true; });
+    handler.Wait({});
+    const std::string waiting = "[TOstelSignalHandler] Future object is not available.";
+    EXPECT_THAT(RecordingLog::Texts(2), ElementsAre(waiting, waiting));
+}
+
+class TOstelSignalHandlerAlone : public TOstelSignalHandlerTest {
+protected:
+    TOstelSignalHandlerAlone() {
+        const rlimit none{0, 0};
+        EXPECT_EQ(setrlimit(RLIMIT_NPROC, &none), 0);
+        if (geteuid() == 0) {
+            // The limit does not hold for the superuser.
+            EXPECT_EQ(setuid(65534), 0);
+        }
+    }
+};
+
+TEST_F(TOstelSignalHandlerAlone, WaitsOnTheCallersThreadWhenThereIsNoOther) {
+    TOstelSignalHandler handler({SIGINT, SIGTERM});
+    ASSERT_EQ(Threads(), m_Threads);
+    kill(getpid(), SIGINT);
+    kill(getpid(), SIGTERM);
+    std::vector<int> seen;
+    handler.Wait([&](int signal) {
+        seen.push_back(signal);
+        m_HandlersThread = std::this_thread::get_id();
+        return signal == SIGTERM;
+    });
+    EXPECT_THAT(seen, testing::UnorderedElementsAre(SIGINT, SIGTERM));
+    EXPECT_EQ(m_HandlersThread, std::this_thread::get_id());
+}
+
+TEST_F(TOstelSignalHandlerAlone, DoesNotBlockItsDestructionWhenNothingWaits) {
+    { const TOstelSignalHandler handler({SIGTERM}); }
+    EXPECT_TRUE(IsBlocked(SIGTERM));
+}
+
+}  // namespace
