@@ -39,8 +39,8 @@ public:
 //
 // And wherever a lamp is needed:
 //
-//     auto* led =
-//     dynamic_cast<ILed*>(TOstelObjectFactory::GetInstance()->GetObjectInstance("Led"));
+//     TOstelObjectFactory& factory = *TOstelObjectFactory::GetInstance();
+//     auto* led = dynamic_cast<ILed*>(factory.GetObjectInstance("Led"));
 //
 // Only GetInstance may be called from any thread; there is no lock, so callers see to it that no
 // two threads are in the other operations. The shared objects are destroyed as the process exits.
