@@ -37,7 +37,8 @@ TOutcome Run(SSL* ssl, Operation operation) {
     const OstelSigpipeBlock block;
     ERR_clear_error();
     const int result = operation();
-    return {result, SSL_get_error(ssl, result)};
+    // A session that did not get its descriptor has nothing that could be asked for the reason.
+    return {result, SSL_get_rbio(ssl) != nullptr ? SSL_get_error(ssl, result) : SSL_ERROR_SSL};
 }
 
 }  // namespace

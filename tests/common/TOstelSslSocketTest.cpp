@@ -1,8 +1,10 @@
 #include "TOstelSslSocket.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <netinet/in.h>
+#include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -20,6 +22,18 @@ struct TSession {
     friend std::size_t OffsetOf(TSession);
 };
 template struct MemberOffset<TSession, &TOstelSslSocket::m_Ssl>;
+
+static bool noSessionGetsItsDescriptor = false;
+
+// Takes the library's place, to fail as it does without memory.
+extern "C" __attribute__((visibility("default"))) int SSL_set_fd(SSL* ssl, int descriptor) {
+    if (noSessionGetsItsDescriptor) {
+        ERR_put_error(ERR_LIB_SSL, 0, ERR_R_MALLOC_FAILURE, __FILE__, __LINE__);
+        return 0;
+    }
+    static auto* const next = reinterpret_cast<int (*)(SSL*, int)>(dlsym(RTLD_NEXT, "SSL_set_fd"));
+    return next(ssl, descriptor);
+}
 
 namespace {
 
@@ -185,6 +199,27 @@ TEST_F(TOstelSslSocketTest, ReadAllEndsWithTheFirstShortChunk) {
     EXPECT_EQ(out, ">" + message);
 }
 
+// With and without the rest taken in ahead, which is where a session would find it.
+TEST_F(TOstelSslSocketTest, ReadAllEndsWithAShortRecordThoughMoreIsWaiting) {
+    const std::string server = m_Certificates.Unit("server");
+    for (const int readAhead : {0, 1}) {
+        SSL_CTX_set_read_ahead(m_Context.get(), readAhead);
+        Connect(server);
+        EXPECT_TRUE(m_Server->Write("first"));
+        EXPECT_TRUE(m_Server->Write("second"));
+        std::string out;
+        EXPECT_TRUE(m_Client->ReadAll(out));
+        EXPECT_EQ(out, "first");
+        EXPECT_TRUE(m_Client->ReadAll(out));
+        EXPECT_EQ(out, "firstsecond");
+        m_Server.reset();
+        m_Client.reset();
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, m_Ends.data()), 0);
+    }
+    close(m_Ends[0]);
+    close(m_Ends[1]);
+}
+
 // Peers pad their texts with zeros: the loss is counted on.
 TEST_F(TOstelSslSocketTest, ReadAllLosesWhatStandsBehindAZeroInAChunk) {
     Connect();
@@ -273,6 +308,43 @@ TEST_F(TOstelSslSocketTest, WithoutAContextThereIsNoSessionAndEverythingFails) {
     m_Client.reset();
     EXPECT_EQ(fcntl(m_Ends[0], F_GETFD), -1);
     close(m_Ends[1]);
+}
+
+// The handshake is tried all the same: its line is the one that the devices' logs are searched for.
+TEST_F(TOstelSslSocketTest, ASessionWithoutItsDescriptorTriesTheHandshakeAllTheSame) {
+    noSessionGetsItsDescriptor = true;
+    testing::internal::CaptureStdout();
+    m_Client = std::make_unique<TOstelSslSocket>(m_Ends[0], m_Context.get(), false);
+    m_Server = std::make_unique<TOstelSslSocket>(m_Ends[1], m_Context.get(), true);
+    EXPECT_THAT(testing::internal::GetCapturedStdout(), HasSubstr("malloc failure"));
+    // The queue has been printed: there is no error left in it for the code to tell of.
+    const std::string init = " SSL failed to init. Error code 5";
+    const std::string handshake = " SSL failed to connect to the socket. Error code 1. Err : 0.";
+    EXPECT_THAT(RecordingLog::Texts(2),
+                ElementsAre(CONSTRUCTOR + ("Client" + init), CONSTRUCTOR + ("Client" + handshake),
+                            CONSTRUCTOR + ("Server" + init), CONSTRUCTOR + ("Server" + handshake)));
+    std::string text;
+    EXPECT_FALSE(m_Client->Write("x"));
+    EXPECT_FALSE(m_Server->Read(text, 1));
+    EXPECT_FALSE(m_Server->ReadAll(text));
+    noSessionGetsItsDescriptor = false;
+}
+
+TEST_F(TOstelSslSocketTest, StaysUsableAfterAFailure) {
+    Connect();
+    ASSERT_EQ(fcntl(m_Ends[0], F_SETFL, O_NONBLOCK), 0);
+    std::string text;
+    EXPECT_FALSE(m_Client->Read(text, 4));
+    EXPECT_FALSE(m_Client->ReadAll(text));
+    const std::string nothingYet =
+        "Failed to read from the socket. ret = " + std::to_string(SSL_ERROR_WANT_READ);
+    EXPECT_THAT(RecordingLog::Texts(2), ElementsAre(READ + nothingYet, READ_ALL + nothingYet));
+    EXPECT_TRUE(m_Server->Write("here"));
+    EXPECT_TRUE(m_Client->Read(text, 4));
+    EXPECT_EQ(text, "here");
+    EXPECT_TRUE(m_Client->Write("there"));
+    EXPECT_TRUE(m_Server->Read(text, 5));
+    EXPECT_EQ(text, "there");
 }
 
 TEST_F(TOstelSslSocketTest, AnOldErrorOfTheThreadIsNotTakenForThisOnes) {
