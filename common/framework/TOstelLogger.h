@@ -15,7 +15,8 @@ class TOstelDataMapper;
 // Process-wide; the level and destination setters may be called from any thread at any time.
 class OSTEL_API TOstelLogger : public IOstelDataModelChangeObserver {
 public:
-    // Logs how long a scope took: make one as the first local of a function.
+    // Logs how long a scope took: make one as the first local of a function. The file and the
+    // function become part of a printf format, so they must be the compiler's, without any '%'.
     class OSTEL_API TExecutionTime {
     public:
         TExecutionTime(const char* file, int line, const char* function);
