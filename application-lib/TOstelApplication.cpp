@@ -4,6 +4,7 @@
 
 #include <openssl/ssl.h>
 
+#include <mutex>
 #include <stdexcept>
 
 #include "OstelDocuments.h"
@@ -52,6 +53,9 @@ TOstelApplication::~TOstelApplication() {
 }
 
 void TOstelApplication::Initialize(tOstelClientId client) {
+    // Two threads may come here with their first calls.
+    static std::mutex mutex;
+    const std::lock_guard<std::mutex> lock(mutex);
     if (m_Initialized) {
         return;
     }
@@ -152,6 +156,8 @@ tOstelReturnCode TOstelApplication::Commit() {
 }
 
 std::string TOstelApplication::GetUnitSerialNumber() {
+    static std::mutex mutex;
+    const std::lock_guard<std::mutex> lock(mutex);
     if (m_UnitSerialNumber.empty() &&
         GetParam("Device.DeviceInfo.SerialNumber", m_UnitSerialNumber) != RC_SUCCESS) {
         ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s could not fetch local Serial Number",

@@ -1,6 +1,7 @@
 #ifndef T_OSTEL_APPLICATION_H
 #define T_OSTEL_APPLICATION_H
 
+#include <atomic>
 #include <map>
 #include <set>
 #include <string>
@@ -90,7 +91,7 @@ public:
     void PopulateParamArray(const TOstelJsonObject& reply, std::vector<TOstelAppParam>& params);
     void ParamArrayToJson(const std::vector<TOstelAppParam>& params, TOstelJsonObject& json);
 
-    // Empty when it could not be read; read once, without a lock: fetch it before sharing it.
+    // Read once; empty when it could not be read, and a later call tries again.
     std::string GetUnitSerialNumber();
 
     // Asks another application, by its client name, for at most a second. `active` is left alone
@@ -118,11 +119,10 @@ public:
     // They are encrypted, and the peer's certificate is verified, when this unit's certificates are
     // in place. Otherwise they go out all the same:
     //   - in PLAIN TEXT when certificate or key cannot be loaded; each request then logs "Failed to
-    //     init SSL" behind "Unable to load Cert", "Unable to load Key" or "Private key does not
-    //     match the certificate public key";
+    //     init SSL" behind "Unable to load Cert", "Unable to load Key", "Private key does not match
+    //     the certificate public key" or "Unable to create SSL context";
     //   - encrypted, but to ANYBODY, when only the root cannot be loaded; the log says so once,
-    //   with
-    //     "Client: SSL Failed to load certs. Error 0".
+    //     with "Client: SSL Failed to load certs. Error 0" and "Failed to init SSL".
     // To rule both out, call EnableSecureRemote first and go no further when it returns false.
 
     // Where "ostel.cert.pem", "ostel.key.pem" and "ostelRoot.cert.pem" are; ends in "/". Looked at
@@ -154,6 +154,7 @@ public:
     tOstelReturnCode AddDataModelChangeObserverRemote(
         const std::string& host, std::vector<TOstelAppParam>& params,
         IOstelDataModelChangeObserverRemote* observer);
+    // The peer ends its deliveries of these names to this unit, whoever else observes them here.
     tOstelReturnCode RemoveDataModelChangeObserverRemote(
         const std::string& host, const std::vector<std::string>& names,
         IOstelDataModelChangeObserverRemote* observer);
@@ -170,7 +171,7 @@ private:
     bool CallRemote(const std::string& host, const TOstelJsonObject& request,
                     TOstelJsonObject& reply);
 
-    bool m_Initialized;
+    std::atomic<bool> m_Initialized;
     TOstelLogger* m_Logger;
     std::set<IOstelAppStateObserver*> m_AppStateObservers;
     std::map<IOstelDataModelChangeObserverRemote*, std::set<std::string>> m_RemoteObservers;

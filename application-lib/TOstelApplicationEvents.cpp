@@ -2,6 +2,7 @@
 #include <stdexcept>
 
 #include "OstelDocuments.h"
+#include "OstelObservers.h"
 #include "TOstelApplicationHandlers.h"
 
 void TOstelApplication::TAppStateChangeHandler::HandleEvent(const std::string& name,
@@ -19,13 +20,11 @@ void TOstelApplication::TRemoteDataModelChangeHandler::HandleEvent(const std::st
 }
 
 void TOstelApplication::AddAppStateChangeObserver(IOstelAppStateObserver* observer) {
-    const std::lock_guard<std::mutex> lock(m_ObserverMutex);
-    m_AppStateObservers.insert(observer);
+    OstelObservers::Add(m_AppStateObservers, observer, m_ObserverMutex);
 }
 
 void TOstelApplication::RemoveAppStateChangeObserver(IOstelAppStateObserver* observer) {
-    const std::lock_guard<std::mutex> lock(m_ObserverMutex);
-    m_AppStateObservers.erase(observer);
+    OstelObservers::Remove(m_AppStateObservers, observer, m_ObserverMutex);
 }
 
 void TOstelApplication::NotifyAppStateChangeObservers(IOstelAppStateObserver::TOstelAppState state,
@@ -69,9 +68,8 @@ void TOstelApplication::SendEvent(const std::string& name, const std::string& da
 
 void TOstelApplication::OnRemoteDataModelChange(const std::string&, const std::string& eventData) {
     TOstelJsonObject payload;
-    if (!payload.DecodeFromString(eventData)) {
-        return;
-    }
+    // Without a document it is a change of no parameter: all three are empty.
+    payload.DecodeFromString(eventData);
     const auto serialNumber = payload.GetPropertyValue<std::string>("SERIAL_NUMBER", "");
     const auto value = payload.GetPropertyValue<std::string>("VALUE", "");
     const auto name = payload.GetPropertyValue<std::string>("NAME", "");

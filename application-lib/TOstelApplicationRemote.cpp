@@ -318,8 +318,12 @@ tOstelReturnCode TOstelApplication::GetFileRemote(const std::string& host,
 tOstelReturnCode TOstelApplication::AddDataModelChangeObserverRemote(
     const std::string& host, std::vector<TOstelAppParam>& params,
     IOstelDataModelChangeObserverRemote* observer) {
+    if (observer == nullptr) {
+        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", "A null observer is not added.");
+        return RC_FAILURE;
+    }
     const std::string serialNumber = GetUnitSerialNumber();
-    if (serialNumber.empty() || observer == nullptr) {
+    if (serialNumber.empty()) {
         ztLogging_log(ZT_LOG_LEVEL_ERROR, "Remote Ostel has failed in '%s'", __func__);
         return RC_FAILURE;
     }

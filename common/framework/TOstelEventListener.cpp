@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "OstelLog.h"
+#include "OstelObservers.h"
 #include "TOstelDataMapper.h"
 #include "TOstelJsonObject.h"
 
@@ -68,13 +69,11 @@ void TOstelEventListener::OnEvent(const std::string& name, const std::string& da
 }
 
 void TOstelEventListener::AddObserver(IOstelObserver* observer) {
-    const std::lock_guard<std::mutex> lock(m_ObserverMutex);
-    m_Observers.insert(observer);
+    OstelObservers::Add(m_Observers, observer, m_ObserverMutex);
 }
 
 void TOstelEventListener::RemoveObserver(IOstelObserver* observer) {
-    const std::lock_guard<std::mutex> lock(m_ObserverMutex);
-    m_Observers.erase(observer);
+    OstelObservers::Remove(m_Observers, observer, m_ObserverMutex);
 }
 
 void TOstelEventListener::OnOstelEvent(const std::string& name, const std::string& data) {
@@ -93,13 +92,11 @@ void TOstelEventListener::OnOstelEvent(const std::string& name, const std::strin
 }
 
 void TOstelEventListener::AddCpeClientStateObserver(IOstelCpeClientStateObserver* observer) {
-    const std::lock_guard<std::mutex> lock(m_ObserverMutex);
-    m_CpeClientStateObservers.insert(observer);
+    OstelObservers::Add(m_CpeClientStateObservers, observer, m_ObserverMutex);
 }
 
 void TOstelEventListener::RemoveCpeClientStateObserver(IOstelCpeClientStateObserver* observer) {
-    const std::lock_guard<std::mutex> lock(m_ObserverMutex);
-    m_CpeClientStateObservers.erase(observer);
+    OstelObservers::Remove(m_CpeClientStateObservers, observer, m_ObserverMutex);
 }
 
 void TOstelEventListener::OnCpeClientStateChange(const std::string& name, const std::string& data) {
@@ -124,13 +121,11 @@ void TOstelEventListener::OnCpeClientStateChange(const std::string& name, const 
 }
 
 void TOstelEventListener::AddDataModelChangeObserver(IOstelDataModelChangeObserver* observer) {
-    const std::lock_guard<std::mutex> lock(m_ObserverMutex);
-    m_DataModelChangeObservers.insert(observer);
+    OstelObservers::Add(m_DataModelChangeObservers, observer, m_ObserverMutex);
 }
 
 void TOstelEventListener::RemoveDataModelChangeObserver(IOstelDataModelChangeObserver* observer) {
-    const std::lock_guard<std::mutex> lock(m_ObserverMutex);
-    m_DataModelChangeObservers.erase(observer);
+    OstelObservers::Remove(m_DataModelChangeObservers, observer, m_ObserverMutex);
 }
 
 void TOstelEventListener::OnDataModelChange(const std::string&, const std::string& data) {

@@ -2,10 +2,13 @@
 // questions to other applications.
 #include <atomic>
 #include <chrono>
+#include <functional>
+#include <future>
 #include <stdexcept>
 #include <tuple>
 
 #include "ApplicationTest.h"
+#include "PrivateMember.h"
 
 using TRemoteObserverMap =
     std::map<IOstelDataModelChangeObserverRemote*, std::set<std::string>> TOstelApplication::*;
@@ -14,14 +17,11 @@ using TRemoteObserverMap =
 struct TRemoteObservers {
     friend TRemoteObserverMap MemberOf(TRemoteObservers);
 };
-template <typename Tag, TRemoteObserverMap Member>
-struct TPrivateMember {
-    friend TRemoteObserverMap MemberOf(Tag) { return Member; }
-};
-template struct TPrivateMember<TRemoteObservers, &TOstelApplication::m_RemoteObservers>;
+template struct PrivateMember<TRemoteObservers, &TOstelApplication::m_RemoteObservers>;
 
 namespace {
 
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
@@ -195,14 +195,17 @@ TEST_F(TOstelApplicationEvents, ARemoteChangeThatNobodySubscribedToNotifiesNobod
     EXPECT_THAT(observer.seen, IsEmpty());
 }
 
-TEST_F(TOstelApplicationEvents, AMalformedRemoteChangeIsDropped) {
+TEST_F(TOstelApplicationEvents, AMalformedRemoteChangeIsAChangeOfNoParameter) {
     TRemoteObserver observer;
-    Subscribe(observer, {"Device.A", ""});
+    TRemoteObserver observerOfNone;
+    Subscribe(observer, {"Device.A"});
+    Subscribe(observerOfNone, {""});
     const std::string deep(100000, '[');
     for (const std::string& data : {std::string(), std::string("{"), std::string("text"), deep}) {
         m_App.OnRemoteDataModelChange("REMOTE_DATA_MODEL_CHANGED", data);
     }
     EXPECT_THAT(observer.seen, IsEmpty());
+    EXPECT_THAT(observerOfNone.seen, testing::AllOf(SizeIs(4), Each(std::tuple("", "", ""))));
 }
 
 TEST_F(TOstelApplicationEvents, ARemoteObserverIsToldFromACopyOfTheMap) {
@@ -225,6 +228,80 @@ TEST_F(TOstelApplicationEvents, ARemoteObserverIsToldFromACopyOfTheMap) {
     for (const TRemover& remover : removers) {
         EXPECT_EQ(remover.count, 1);
     }
+}
+
+TEST_F(TOstelApplicationEvents, RemoteObserversAreToldInTheOrderOfTheirAddresses) {
+    struct TOrdered : IOstelDataModelChangeObserverRemote {
+        void OnDataModelChangeRemote(const std::string&, const std::string&,
+                                     const std::string&) override {
+            order->push_back(this);
+        }
+        std::vector<const TOrdered*>* order = nullptr;
+    };
+    std::vector<const TOrdered*> order;
+    std::array<TOrdered, 3> observers;
+    for (const std::size_t i : {2U, 0U, 1U}) {
+        observers.at(i).order = &order;
+        (m_App.*MemberOf(TRemoteObservers()))[&observers.at(i)] = {"A"};
+    }
+    m_App.NotifyDataModelChangeObserversRemote("A", "1", "SN");
+    EXPECT_THAT(order, ElementsAre(&observers[0], &observers[1], &observers[2]));
+}
+
+// So that none is called any more when its removal has returned.
+TEST_F(TOstelApplicationEvents, ObserversAreToldUnderTheListenersLock) {
+    struct TWaiting : IOstelAppStateObserver, IOstelDataModelChangeObserverRemote {
+        void OnAppStateChanged(TOstelAppState, const std::string&) override { Wait(); }
+        void OnDataModelChangeRemote(const std::string&, const std::string&,
+                                     const std::string&) override {
+            Wait();
+        }
+        void Wait() {
+            entered.set_value();
+            mayLeave.get_future().wait();
+        }
+        std::promise<void> entered;
+        std::promise<void> mayLeave;
+    };
+    const std::function<void(TWaiting&)> changes[] = {
+        [&](TWaiting&) { m_App.OnAppStateChange("APP_CONNECTED", "X"); },
+        [&](TWaiting& observer) {
+            (m_App.*MemberOf(TRemoteObservers()))[&observer] = {"A"};
+            m_App.NotifyDataModelChangeObserversRemote("A", "1", "SN");
+            (m_App.*MemberOf(TRemoteObservers())).clear();
+        },
+    };
+    for (const auto& change : changes) {
+        TWaiting observer;
+        m_App.AddAppStateChangeObserver(&observer);
+        auto told = std::async(std::launch::async, [&] { change(observer); });
+        observer.entered.get_future().wait();
+        TAppStateObserver other;
+        auto added =
+            std::async(std::launch::async, [&] { m_App.AddAppStateChangeObserver(&other); });
+        auto removed =
+            std::async(std::launch::async, [&] { m_App.RemoveAppStateChangeObserver(&observer); });
+        EXPECT_EQ(added.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+        EXPECT_EQ(removed.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+        observer.mayLeave.set_value();
+        told.get();
+        added.get();
+        removed.get();
+        m_App.RemoveAppStateChangeObserver(&other);
+    }
+}
+
+TEST_F(TOstelApplicationEvents, ANullObserverIsRefusedWhenItIsAdded) {
+    m_App.AddAppStateChangeObserver(nullptr);
+    m_App.AddObserver(nullptr);
+    m_App.AddCpeClientStateObserver(nullptr);
+    m_App.AddDataModelChangeObserver(nullptr);
+    EXPECT_EQ(RecordingLog::Count(2, "A null observer is not added."), 4);
+    m_App.OnAppStateChange("APP_CONNECTED", "X");
+    m_App.NotifyObservers("E", "");
+    m_App.NotifyCpeClientStateObservers(IOstelCpeClientStateObserver::CONNECTED, "", "");
+    m_App.NotifyDataModelChangeObservers("Device.A", "1");
+    EXPECT_THAT(m_AppStateObserver.seen, SizeIs(1));
 }
 
 TEST_F(TOstelApplicationEvents, AnEventIsSentToEveryApplicationTheSenderIncluded) {
@@ -332,7 +409,8 @@ TEST_F(TIsAppActive, ANameThatTheBusDoesNotAllowIsARuntimeError) {
                                             "1",
                                             "\xff",
                                             std::string("A\0B", 3),
-                                            std::string(255 - 16 + 1, 'A')};
+                                            std::string(255 - 16 + 1, 'A'),
+                                            std::string(1 << 20, 'A')};
     for (const std::string& name : names) {
         EXPECT_EQ(m_App.IsAppActive(name, m_Active), RC_RUNTIME_ERROR) << name;
     }

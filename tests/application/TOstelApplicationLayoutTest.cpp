@@ -15,8 +15,8 @@ struct TLogger {
 struct TAppStateObservers {
     friend std::size_t OffsetOf(TAppStateObservers);
 };
-struct TRemoteObservers {
-    friend std::size_t OffsetOf(TRemoteObservers);
+struct TRemoteObserverPlace {
+    friend std::size_t OffsetOf(TRemoteObserverPlace);
 };
 struct TSerialNumber {
     friend std::size_t OffsetOf(TSerialNumber);
@@ -31,7 +31,7 @@ struct TTlsContext {
 template struct MemberOffset<TInitialized, &TOstelApplication::m_Initialized>;
 template struct MemberOffset<TLogger, &TOstelApplication::m_Logger>;
 template struct MemberOffset<TAppStateObservers, &TOstelApplication::m_AppStateObservers>;
-template struct MemberOffset<TRemoteObservers, &TOstelApplication::m_RemoteObservers>;
+template struct MemberOffset<TRemoteObserverPlace, &TOstelApplication::m_RemoteObservers>;
 template struct MemberOffset<TSerialNumber, &TOstelApplication::m_UnitSerialNumber>;
 template struct MemberOffset<TCertificateDirectory, &TOstelApplication::m_CertificateDirectory>;
 template struct MemberOffset<TTlsContext, &TOstelApplication::m_TlsContext>;
@@ -63,7 +63,7 @@ TEST(TOstelApplicationLayout, KeepsTheOrderOfItsMembers) {
     EXPECT_EQ(OffsetOf(TInitialized()), start);
     EXPECT_EQ(OffsetOf(TLogger()), start + word);
     EXPECT_EQ(OffsetOf(TAppStateObservers()), start + 2 * word);
-    EXPECT_EQ(OffsetOf(TRemoteObservers()), start + 2 * word + tree);
+    EXPECT_EQ(OffsetOf(TRemoteObserverPlace()), start + 2 * word + tree);
     const std::size_t texts = start + 2 * word + 2 * tree;
     EXPECT_EQ(OffsetOf(TSerialNumber()), texts);
     EXPECT_EQ(OffsetOf(TCertificateDirectory()), texts + sizeof(std::string));

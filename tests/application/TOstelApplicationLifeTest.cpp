@@ -1,6 +1,10 @@
 // From construction to Initialize, and what the application answers to others.
+#include <filesystem>
+#include <thread>
+
 #include "ApplicationTest.h"
 #include "TOstelDataMapper.h"
+#include "WaitUntil.h"
 
 namespace {
 
@@ -68,8 +72,29 @@ TEST_F(TOstelApplicationStart, AnUnknownClientIsRefusedAndALaterOneTaken) {
     EXPECT_FALSE(m_App.IsInitialized());
     // One line of the logger and one of the application object.
     EXPECT_THAT(RecordingLog::Texts(2), ElementsAre(UNKNOWN_CLIENT, UNKNOWN_CLIENT));
+    EXPECT_THAT(RecordingLog::Calls(), IsEmpty());
     m_App.Initialize(OSTEL_KTA);
     EXPECT_TRUE(m_App.IsInitialized());
+    EXPECT_THAT(RecordingLog::Calls(), ElementsAre("logInit KTA"));
+    EXPECT_EQ(m_Dispatcher.Call("OSTEL_KTA", "IS_APP_ACTIVE", ""), 0);
+}
+
+// However many threads make their first calls at the same time.
+TEST_F(TOstelApplicationStart, InitializeIsDoneOnce) {
+    const auto threads = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+    };
+    const auto before = threads();
+    std::vector<std::thread> initializers;
+    for (int i = 0; i < 4; ++i) {
+        initializers.emplace_back([&] { m_App.Initialize(OSTEL_KTA); });
+    }
+    for (std::thread& initializer : initializers) {
+        initializer.join();
+    }
+    EXPECT_TRUE(m_App.IsInitialized());
+    EXPECT_TRUE(WaitUntil([&] { return threads() == before + 1; }));
+    EXPECT_THAT(RecordingLog::Calls(), ElementsAre("logInit KTA"));
     EXPECT_EQ(m_Dispatcher.Call("OSTEL_KTA", "IS_APP_ACTIVE", ""), 0);
 }
 
@@ -84,6 +109,7 @@ TEST_F(TOstelApplicationStart, WithoutABusInitializeFailsAndALaterOneSucceeds) {
     dispatcher.Answer("GET_PARAM", R"({"PARAMS":[{"NAME":"Device.X","VALUE":"1"}]})");
     m_App.Initialize(OSTEL_KTA);
     EXPECT_TRUE(m_App.IsInitialized());
+    EXPECT_THAT(RecordingLog::Calls(), ElementsAre("logInit KTA", "logInit KTA"));
     EXPECT_EQ(m_App.GetParam("Device.X", m_Value), RC_SUCCESS);
     EXPECT_EQ(m_Value, "1");
 }
@@ -135,6 +161,18 @@ TEST_F(TUnitSerialNumber, IsFetchedOnce) {
     ASSERT_EQ(m_Dispatcher.Requests().size(), 1U);
     EXPECT_EQ(m_Dispatcher.LastText("GET_PARAM"), R"({"NAME":"Device.DeviceInfo.SerialNumber"})");
     EXPECT_THAT(RecordingLog::Texts(2), IsEmpty());
+}
+
+TEST_F(TUnitSerialNumber, IsFetchedOnceForSeveralThreads) {
+    AnswerSerialNumber("SN1", 0);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] { EXPECT_EQ(m_App.GetUnitSerialNumber(), "SN1"); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(m_Dispatcher.Requests().size(), 1U);
 }
 
 TEST_F(TUnitSerialNumber, IsEmptyAfterAFailureAndFetchedAgain) {

@@ -1,22 +1,35 @@
 // Certificates, and what becomes of requests with and without them.
+#include <dlfcn.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <fstream>
 #include <future>
 
 #include "ChildProcess.h"
+#include "OstelApi.h"
+#include "PrivateMember.h"
 #include "RemoteTest.h"
 
 struct TCertificateDirectory {
     friend std::string TOstelApplication::*MemberOf(TCertificateDirectory);
 };
-template <typename Tag, auto Member>
-struct TPrivateMember {
-    friend auto MemberOf(Tag) -> decltype(Member) { return Member; }
-};
-template struct TPrivateMember<TTlsContext, &TOstelApplication::m_TlsContext>;
-template struct TPrivateMember<TCertificateDirectory, &TOstelApplication::m_CertificateDirectory>;
+template struct PrivateMember<TTlsContext, &TOstelApplication::m_TlsContext>;
+template struct PrivateMember<TCertificateDirectory, &TOstelApplication::m_CertificateDirectory>;
+
+namespace {
+
+std::atomic<bool> mayMakeContexts{true};
+
+}  // namespace
+
+// Stands before the TLS library's, for the library under test.
+extern "C" OSTEL_API SSL_CTX* SSL_CTX_new(const SSL_METHOD* method) {
+    static auto* const next =
+        reinterpret_cast<decltype(&SSL_CTX_new)>(dlsym(RTLD_NEXT, "SSL_CTX_new"));
+    return mayMakeContexts ? next(method) : nullptr;
+}
 
 namespace {
 
@@ -53,6 +66,17 @@ TEST_F(TOstelApplicationRemoteTls, DemandsTls12AndAPeersCertificate) {
     EXPECT_EQ(SSL_CTX_get_verify_callback(Context()), nullptr);
     EXPECT_EQ(SSL_CTX_get_verify_depth(Context()), 3);
     EXPECT_NE(SSL_CTX_get_options(Context()) & SSL_OP_NO_SSLv3, 0U);
+}
+
+TEST_F(TOstelApplicationRemoteTls, WithoutAContextARequestIsInPlainText) {
+    const TlsPeer peer({}, TlsPeer::Framed(OK_REPLY));
+    m_App.SetCertPath(m_Unit);
+    mayMakeContexts = false;
+    EXPECT_EQ(m_App.CommitRemote(peer.Host()), RC_SUCCESS);
+    EXPECT_THAT(RecordingLog::Texts(2),
+                ElementsAre("Unable to create SSL context", "Failed to init SSL"));
+    EXPECT_EQ(Context(), nullptr);
+    mayMakeContexts = true;
 }
 
 TEST_F(TOstelApplicationRemoteTls, TalksTls12AndAbove) {

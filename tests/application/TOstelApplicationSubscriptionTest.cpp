@@ -1,9 +1,18 @@
 // Subscriptions to the parameters of another unit.
+#include <functional>
 #include <future>
 
 #include "ApplicationTest.h"
+#include "PrivateMember.h"
 #include "TlsPeer.h"
 #include "WaitUntil.h"
+
+using TRemoteObserverMap =
+    std::map<IOstelDataModelChangeObserverRemote*, std::set<std::string>> TOstelApplication::*;
+struct TSubscribers {
+    friend TRemoteObserverMap MemberOf(TSubscribers);
+};
+template struct PrivateMember<TSubscribers, &TOstelApplication::m_RemoteObservers>;
 
 namespace {
 
@@ -102,7 +111,9 @@ TEST_F(TOstelApplicationSubscription, UnsubscribesFromSomeAndThenFromTheRest) {
     EXPECT_THAT(Told(), ElementsAre("SN Device.B=9"));
     EXPECT_EQ(Unsubscribe({"Device.B"}), RC_SUCCESS);
     EXPECT_THAT(Told(), IsEmpty());
+    EXPECT_THAT(m_App.*MemberOf(TSubscribers()), IsEmpty());
     EXPECT_EQ(Unsubscribe({"Device.B"}), RC_SUCCESS) << "an observer that is not there any more";
+    EXPECT_THAT(m_App.*MemberOf(TSubscribers()), IsEmpty());
 }
 
 TEST_F(TOstelApplicationSubscription, ARefusalChangesNothing) {
@@ -143,8 +154,8 @@ TEST_F(TOstelApplicationSubscription, AUnitWithoutASerialNumberCannotSubscribe) 
 TEST_F(TOstelApplicationSubscription, NobodyCannotSubscribe) {
     TParams params{{"Device.A", ""}};
     EXPECT_EQ(m_App.AddDataModelChangeObserverRemote(m_Peer.Host(), params, nullptr), RC_FAILURE);
-    EXPECT_EQ(
-        RecordingLog::Count(2, "Remote Ostel has failed in 'AddDataModelChangeObserverRemote'"), 1);
+    EXPECT_THAT(RecordingLog::Texts(2), ElementsAre("A null observer is not added."));
+    EXPECT_THAT(m_Dispatcher.Requests(), IsEmpty());
     EXPECT_THAT(m_Peer.Requests(), IsEmpty());
     EXPECT_THAT(Told(), IsEmpty());
 }
@@ -159,17 +170,37 @@ TEST_F(TOstelApplicationSubscription, NoNamesAreAnEmptyListAndNoSubscription) {
 
 // No change is told before the subscriber has the values to which it is one.
 TEST_F(TOstelApplicationSubscription, NobodyIsToldAnythingDuringTheExchange) {
-    EXPECT_EQ(Subscribe({{"Device.A", ""}}), RC_SUCCESS);
-    std::unique_lock<std::mutex> silence(m_Mutex);
-    auto subscription = std::async(std::launch::async, [&] {
-        return Subscribe({{"Device.B", ""}});
-    });
-    ASSERT_TRUE(WaitUntil([&] { return m_Peer.Requests().size() == 2; }));
-    auto told = std::async(std::launch::async, [&] { return Told(); });
-    EXPECT_EQ(told.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
-    silence.unlock();
-    EXPECT_EQ(subscription.get(), RC_SUCCESS);
-    EXPECT_THAT(told.get(), ElementsAre("SN Device.A=9", "SN Device.B=9"));
+    struct : IOstelAppStateObserver {
+        void OnAppStateChanged(TOstelAppState, const std::string&) override { ++told; }
+        int told = 0;
+    } appStateObserver;
+    m_App.AddAppStateChangeObserver(&appStateObserver);
+    EXPECT_EQ(Subscribe({{"Device.A", ""}, {"Device.C", ""}}), RC_SUCCESS);
+    const std::function<tOstelReturnCode()> exchanges[] = {
+        [&] {
+            return Subscribe({{"Device.B", ""}});
+        },
+        [&] { return Unsubscribe({"Device.A"}); },
+    };
+    const std::vector<std::string> toldAfter[] = {
+        {"SN Device.A=9", "SN Device.B=9", "SN Device.C=9"}, {"SN Device.B=9", "SN Device.C=9"}};
+    for (int i = 0; i < 2; ++i) {
+        std::unique_lock<std::mutex> silence(m_Mutex);
+        const std::size_t before = m_Peer.Requests().size();
+        auto exchange = std::async(std::launch::async, exchanges[i]);
+        ASSERT_TRUE(WaitUntil([&] { return m_Peer.Requests().size() == before + 1; }));
+        auto told = std::async(std::launch::async, [&] { return Told(); });
+        auto state =
+            std::async(std::launch::async, [&] { m_App.OnAppStateChange("APP_CONNECTED", "X"); });
+        EXPECT_EQ(told.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+        EXPECT_EQ(state.wait_for(std::chrono::milliseconds(10)), std::future_status::timeout);
+        silence.unlock();
+        EXPECT_EQ(exchange.get(), RC_SUCCESS);
+        EXPECT_THAT(told.get(), testing::ElementsAreArray(toldAfter[i]));
+        state.get();
+        EXPECT_EQ(appStateObserver.told, i + 1);
+    }
+    m_App.RemoveAppStateChangeObserver(&appStateObserver);
 }
 
 }  // namespace

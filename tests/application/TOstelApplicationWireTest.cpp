@@ -1,9 +1,19 @@
 // Every request as another program on the bus receives it, byte for byte.
 #include <functional>
+#include <stdexcept>
 #include <unordered_map>
+#include <utility>
 
 #include "ApplicationTest.h"
+#include "PrivateMember.h"
 #include "TOstelJsonObject.h"
+
+// The transport that the application object uses, for one that throws in its place.
+using TIpcMember = TOstelIpc* TOstelCommon::*;
+struct TIpcOfApplication {
+    friend TIpcMember MemberOf(TIpcOfApplication);
+};
+template struct PrivateMember<TIpcOfApplication, &TOstelCommon::m_Ipc>;
 
 namespace {
 
@@ -125,6 +135,34 @@ TEST_P(TOstelApplicationWire, ReturnsTheDispatchersCodeAndLogsNothing) {
     const bool mapped = std::string(GetParam().operation) == "Commit";
     EXPECT_EQ(GetParam().call(m_App), mapped ? 5 : 6);
     EXPECT_EQ(RecordingLog::Texts(2).size(), 0U);
+}
+
+TEST_P(TOstelApplicationWire, FailsWithARuntimeErrorWhenTheTransportDoes) {
+    getOstelIpcInstance()->SetMethodServerId("*", "not a name");
+    EXPECT_EQ(GetParam().call(m_App), RC_RUNTIME_ERROR);
+    EXPECT_THAT(RecordingLog::Texts(2), testing::ElementsAre("DBusMessage pointer is NULL!"));
+}
+
+class TFaultyIpc : public TOstelIpc {
+public:
+    void SendEvent(const std::string&, const std::string&) override {}
+    int CallMethod(const std::string&, const std::string&, std::string&) override {
+        throw std::logic_error("faulty");
+    }
+    int CallMethod(const std::string&, const std::string&, std::string&,
+                   TMethodSettings&) override {
+        throw std::logic_error("faulty");
+    }
+    void MainLoop() override {}
+};
+
+TEST_P(TOstelApplicationWire, LetsOtherExceptionsPass) {
+    TFaultyIpc faulty;
+    TOstelIpc*& ipc = static_cast<TOstelCommon&>(m_App).*MemberOf(TIpcOfApplication());
+    TOstelIpc* const real = std::exchange(ipc, &faulty);
+    EXPECT_THROW(GetParam().call(m_App), std::logic_error);
+    EXPECT_EQ(RecordingLog::Texts(2).size(), 0U);
+    ipc = real;
 }
 
 INSTANTIATE_TEST_SUITE_P(Operations, TOstelApplicationWire, testing::ValuesIn(Cases()),
