@@ -15,6 +15,7 @@
 #include <optional>
 
 #include "OstelGenericUtils.h"
+#include "OstelSystemPath.h"
 
 namespace OstelFileUtils {
 
@@ -27,12 +28,12 @@ constexpr auto UNCHANGED = static_cast<unsigned int>(-1);
 
 std::optional<struct stat> Stat(const std::string& path) {
     struct stat status = {};
-    return stat(path.c_str(), &status) == 0 ? std::make_optional(status) : std::nullopt;
+    return stat(SystemPath(path), &status) == 0 ? std::make_optional(status) : std::nullopt;
 }
 
 std::optional<struct stat> StatLink(const std::string& path) {
     struct stat status = {};
-    return lstat(path.c_str(), &status) == 0 ? std::make_optional(status) : std::nullopt;
+    return lstat(SystemPath(path), &status) == 0 ? std::make_optional(status) : std::nullopt;
 }
 
 bool HasType(const std::optional<struct stat>& status, mode_t type) {
@@ -60,11 +61,15 @@ std::string GetError() {
 }
 
 bool CreateDirectory(const std::string& path, unsigned int mode) {
-    return mkdir(path.c_str(), mode) == 0;
+    return mkdir(SystemPath(path), mode) == 0;
 }
 
 bool CreateTemporaryDirectory(std::string& path, unsigned int mode) {
     std::string name = path + "_XXXXXX";
+    if (*SystemPath(name) == '\0') {
+        errno = ENOENT;
+        return false;
+    }
     if (mkdtemp(name.data()) == nullptr) {
         return false;
     }
@@ -79,28 +84,28 @@ bool CreateTemporaryDirectory(std::string& path, unsigned int mode) {
 }
 
 bool CreateSymbolicLink(const std::string& target, const std::string& linkPath) {
-    return symlink(target.c_str(), linkPath.c_str()) == 0;
+    return symlink(SystemPath(target), SystemPath(linkPath)) == 0;
 }
 
 bool CreateHardLink(const std::string& existing, const std::string& newPath) {
-    return link(existing.c_str(), newPath.c_str()) == 0;
+    return link(SystemPath(existing), SystemPath(newPath)) == 0;
 }
 
 bool Rename(const std::string& from, const std::string& to) {
-    return std::rename(from.c_str(), to.c_str()) == 0;
+    return std::rename(SystemPath(from), SystemPath(to)) == 0;
 }
 
 bool Remove(const std::string& path) {
-    return unlink(path.c_str()) == 0;
+    return unlink(SystemPath(path)) == 0;
 }
 
 bool RemoveDirectory(const std::string& path) {
-    return rmdir(path.c_str()) == 0;
+    return rmdir(SystemPath(path)) == 0;
 }
 
 bool ReadLink(const std::string& path, std::string& out) {
     char target[PATH_BUFFER_SIZE];
-    const ssize_t length = readlink(path.c_str(), target, sizeof target);
+    const ssize_t length = readlink(SystemPath(path), target, sizeof target);
     if (length < 0) {
         return false;
     }
@@ -110,7 +115,7 @@ bool ReadLink(const std::string& path, std::string& out) {
 
 bool RealPath(const std::string& path, std::string& out) {
     char resolved[PATH_BUFFER_SIZE];
-    if (realpath(path.c_str(), resolved) == nullptr) {
+    if (realpath(SystemPath(path), resolved) == nullptr) {
         return false;
     }
     out = resolved;
@@ -118,7 +123,7 @@ bool RealPath(const std::string& path, std::string& out) {
 }
 
 bool ChangeDirectory(const std::string& path) {
-    return chdir(path.c_str()) == 0;
+    return chdir(SystemPath(path)) == 0;
 }
 
 std::string GetCurrentDirectory() {
@@ -127,15 +132,15 @@ std::string GetCurrentDirectory() {
 }
 
 bool ChangePermissions(const std::string& path, unsigned int mode) {
-    return chmod(path.c_str(), mode) == 0;
+    return chmod(SystemPath(path), mode) == 0;
 }
 
 bool ChangeLinkOwner(const std::string& path, unsigned int owner) {
-    return lchown(path.c_str(), owner, UNCHANGED) == 0;
+    return lchown(SystemPath(path), owner, UNCHANGED) == 0;
 }
 
 bool ChangeLinkGroup(const std::string& path, unsigned int group) {
-    return lchown(path.c_str(), UNCHANGED, group) == 0;
+    return lchown(SystemPath(path), UNCHANGED, group) == 0;
 }
 
 unsigned int SetCreationMask(unsigned int mask) {
@@ -204,7 +209,7 @@ unsigned long GetHardLinkCount(const std::string& path) {
 
 bool GetAvailableSpace(const std::string& path, unsigned long long& bytes) {
     struct statvfs status = {};
-    if (statvfs(path.c_str(), &status) != 0) {
+    if (statvfs(SystemPath(path), &status) != 0) {
         return false;
     }
     bytes = static_cast<unsigned long long>(status.f_bsize) * status.f_bavail;
@@ -256,7 +261,7 @@ bool IsBlock(const std::string& path) {
 bool ResizeFile(const std::string& path, unsigned long long length) {
     // The width of the device's file offsets, kept where they are wider: the same length gives the
     // same file on both.
-    return truncate(path.c_str(), static_cast<off_t>(static_cast<std::uint32_t>(length))) == 0;
+    return truncate(SystemPath(path), static_cast<off_t>(static_cast<std::uint32_t>(length))) == 0;
 }
 
 std::string GetDirName(const std::string& path) {

@@ -10,8 +10,9 @@
 
 // Files and directories by their paths. Nothing here logs, and a failure is no exception but a
 // false result, 0 or the empty text; errno then tells the cause, and GetError names it. Outputs are
-// set on success only, but where it says otherwise. Stateless, so callable from any thread; the
-// creation mask and the current directory are the whole process's.
+// set on success only, but where it says otherwise. A path with a NUL in it names nothing (ENOENT).
+// Stateless, so callable from any thread; the creation mask and the current directory are the whole
+// process's.
 //
 //     std::string text;
 //     if (!OstelFileUtils::ReadFile("/etc/hostname", text)) {
@@ -75,8 +76,8 @@ OSTEL_API bool Rename(const std::string& from, const std::string& to);
 OSTEL_API bool Remove(const std::string& path);
 OSTEL_API bool RemoveDirectory(const std::string& path);
 // Removes links in it, never what they lead to, and stops at the first failure. True also when
-// there was nothing; the empty path fails. When `path` itself is a link, the directory behind it
-// is emptied and the result is false.
+// there was nothing; the empty path and one with a NUL fail. When `path` itself is a link, the
+// directory behind it is emptied and the result is false.
 OSTEL_API bool RemoveDirectoryRecursive(const std::string& path);
 // Into `to` when that is a directory, onto it otherwise; within one file system only (EXDEV).
 OSTEL_API bool Move(const std::string& from, const std::string& to);

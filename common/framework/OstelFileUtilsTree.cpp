@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "OstelFileUtils.h"
+#include "OstelSystemPath.h"
 
 namespace OstelFileUtils {
 
@@ -117,13 +118,13 @@ TDirIterator::TDirIterator() : m_Dir(nullptr), m_Entry(nullptr) {}
 
 TDirIterator::TDirIterator(const std::string& directory)
     : m_Dir(nullptr), m_Entry(nullptr), m_Path(directory + "/") {
-    m_Dir = opendir(m_Path.c_str());
+    m_Dir = opendir(SystemPath(m_Path));
     Next();
 }
 
 // From the start: a stream's position cannot be handed on, and callers count on the first entry.
 TDirIterator::TDirIterator(const TDirIterator& other)
-    : m_Dir(opendir(other.m_Path.c_str())), m_Entry(nullptr), m_Path(other.m_Path) {
+    : m_Dir(opendir(SystemPath(other.m_Path))), m_Entry(nullptr), m_Path(other.m_Path) {
     Next();
 }
 
@@ -175,14 +176,14 @@ bool CreateDirectoryRecursive(const std::string& path, unsigned int mode) {
     if (CreateDirectory(path, mode) || errno == EEXIST) {
         return true;
     }
-    if (errno != ENOENT) {
+    if (errno != ENOENT || *SystemPath(path) == '\0') {
         return false;
     }
     return CreateDirectoryRecursive(GetDirName(path), mode) && CreateDirectory(path, mode);
 }
 
 bool RemoveDirectoryRecursive(const std::string& path) {
-    if (path.empty()) {
+    if (*SystemPath(path) == '\0') {
         // Its entries would be those of "/": a caller's unset path must not cost the whole system.
         errno = ENOENT;
         return false;
@@ -216,7 +217,7 @@ bool Move(const std::string& from, const std::string& to) {
 }
 
 bool SyncDirectory(const std::string& path) {
-    const TDirStream directory(opendir(path.c_str()));
+    const TDirStream directory(opendir(SystemPath(path)));
     if (!directory) {
         return false;
     }
@@ -234,7 +235,7 @@ bool GetFiles(const std::string& directory, std::set<std::string>& names) {
     if (IsDirEmpty(directory)) {
         return true;
     }
-    const TDirStream stream(opendir(directory.c_str()));
+    const TDirStream stream(opendir(SystemPath(directory)));
     if (!stream) {
         return false;
     }
@@ -247,7 +248,7 @@ bool GetFiles(const std::string& directory, std::set<std::string>& names) {
 }
 
 bool ReadFile(const std::string& path, std::string& out) {
-    const TDescriptor source(open(path.c_str(), O_RDONLY));
+    const TDescriptor source(open(SystemPath(path), O_RDONLY));
     if (!source.IsOpen()) {
         return false;
     }
@@ -268,17 +269,17 @@ bool ReadFile(const std::string& path, std::string& out) {
 
 bool WriteFile(const std::string& path, const std::string& data, bool append, bool sync) {
     const int flags = O_WRONLY | O_CREAT | (append ? O_APPEND : O_TRUNC) | (sync ? O_SYNC : 0);
-    const TDescriptor target(open(path.c_str(), flags, NEW_FILE_MODE));
+    const TDescriptor target(open(SystemPath(path), flags, NEW_FILE_MODE));
     return target.IsOpen() && WriteAll(target, data.data(), data.size());
 }
 
 bool CopyFile(const std::string& from, const std::string& to) {
     const std::string path = TargetOf(from, to);
-    const TDescriptor source(open(from.c_str(), O_RDONLY));
+    const TDescriptor source(open(SystemPath(from), O_RDONLY));
     if (!source.IsOpen()) {
         return false;
     }
-    const TDescriptor target(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, NEW_FILE_MODE));
+    const TDescriptor target(open(SystemPath(path), O_WRONLY | O_CREAT | O_TRUNC, NEW_FILE_MODE));
     if (!target.IsOpen()) {
         return false;
     }

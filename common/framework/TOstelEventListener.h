@@ -17,7 +17,8 @@
 //
 // Observers are called on the IPC worker thread, in the order of their addresses, with the
 // listener's one lock held: an observer must not add or remove observers of the same listener from
-// inside its notification. Observers are not owned: remove them before they are destroyed.
+// inside its notification. Observers are not owned: remove them before they are destroyed. A null
+// is logged and not added.
 //
 // The order of the virtual operations and of the members is part of the binary interface.
 class OSTEL_API TOstelEventListener : public IOstelIpcEventListener, public TOstelCommon {
