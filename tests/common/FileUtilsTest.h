@@ -12,6 +12,7 @@
 #include <iterator>
 #include <string>
 
+#include "OrdinaryUser.h"
 #include "TempDir.h"
 
 // A temporary directory that every user may use, and the system's own view of what is in it.
@@ -53,22 +54,6 @@ protected:
     }
 
     TempDir m_Dir;
-};
-
-// What root may do, others may not: the process is an ordinary user as long as the object lives.
-class TOrdinaryUser {
-public:
-    TOrdinaryUser() : m_Before(geteuid()) {
-        if (m_Before == 0) {
-            EXPECT_EQ(seteuid(65534), 0);
-        }
-    }
-    TOrdinaryUser(const TOrdinaryUser&) = delete;
-    TOrdinaryUser& operator=(const TOrdinaryUser&) = delete;
-    ~TOrdinaryUser() { EXPECT_EQ(seteuid(m_Before), 0); }
-
-private:
-    uid_t m_Before;
 };
 
 // The call fails, with that cause left behind.

@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include <type_traits>
 
 #include "BinaryLayout.h"
+#include "NoProcesses.h"
 #include "TempDir.h"
 
 using OstelProcUtils::TProcess;
@@ -245,12 +245,7 @@ TEST(TProcess, LeavesTheExitOfAProgramThatCannotBeExecutedToTheParent) {
 
 TEST(TProcess, IsNotThereWhenTheSystemHasNoProcessLeft) {
     TProcess process("true", {});
-    const rlimit none{0, 0};
-    ASSERT_EQ(setrlimit(RLIMIT_NPROC, &none), 0);
-    if (geteuid() == 0) {
-        // The limit does not hold for the superuser.
-        ASSERT_EQ(setuid(65534), 0);
-    }
+    const TNoProcesses noProcesses;
     CaptureStderr();
     EXPECT_FALSE(process.Spawn(""));
     process.Wait();

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -13,6 +12,7 @@
 #include <type_traits>
 
 #include "BinaryLayout.h"
+#include "OrdinaryUser.h"
 #include "RecordingLog.h"
 #include "TempDir.h"
 
@@ -38,26 +38,6 @@ std::string Contents(const std::string& path) {
 void Fill(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
-
-// As an ordinary user for as long as it lives: the superuser may write to read-only files.
-class OrdinaryUser {
-public:
-    OrdinaryUser() : m_Before(geteuid()) {
-        if (m_Before == 0) {
-            EXPECT_EQ(seteuid(65534), 0);
-        }
-    }
-    OrdinaryUser(const OrdinaryUser&) = delete;
-    OrdinaryUser& operator=(const OrdinaryUser&) = delete;
-    ~OrdinaryUser() {
-        if (m_Before == 0) {
-            EXPECT_EQ(seteuid(m_Before), 0);
-        }
-    }
-
-private:
-    uid_t m_Before;
-};
 
 TEST(TOstelBlob, CopiesAVector) {
     const TBytes bytes{1, 0, 255};
@@ -216,7 +196,7 @@ TEST(TOstelBlob, DoesNotLoadAFileThatItCouldNotWrite) {
     ASSERT_EQ(chmod(dir.File("read-only").c_str(), 0444), 0);
     TOstelBlob blob("kept");
     {
-        const OrdinaryUser user;
+        const TOrdinaryUser user;
         ASSERT_EQ(Contents(dir.File("read-only")), "bytes");
         EXPECT_FALSE(blob.Load(dir.File("read-only")));
     }

@@ -3,14 +3,12 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -18,6 +16,7 @@
 
 #include "BinaryLayout.h"
 #include "ChildProcess.h"
+#include "NoProcesses.h"
 #include "RecordingLog.h"
 #include "WaitUntil.h"
 
@@ -59,11 +58,6 @@ void SendFromOutside(const std::string& signals) {
     EXPECT_EQ(sender.status, 0) << sender.errors;
 }
 
-std::ptrdiff_t Threads() {
-    const std::filesystem::directory_iterator tasks("/proc/self/task");
-    return std::distance(begin(tasks), end(tasks));
-}
-
 bool IsAsleep(pid_t thread) {
     std::string word;
     std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
@@ -73,9 +67,21 @@ bool IsAsleep(pid_t thread) {
     return word == "S";
 }
 
+template <typename Member>
+const Member& MemberAt(std::size_t offset, const TOstelSignalHandler& handler) {
+    return *reinterpret_cast<const Member*>(reinterpret_cast<const char*>(&handler) + offset);
+}
+
 bool HasHandler(const TOstelSignalHandler& handler) {
-    const auto* const place = reinterpret_cast<const char*>(&handler) + OffsetOf(THasHandler());
-    return *reinterpret_cast<const std::atomic<bool>*>(place);
+    return MemberAt<std::atomic<bool>>(OffsetOf(THasHandler()), handler);
+}
+
+const std::future<int>& FutureOf(const TOstelSignalHandler& handler) {
+    return MemberAt<std::future<int>>(OffsetOf(TFuture()), handler);
+}
+
+std::future_status StatusOf(const TOstelSignalHandler& handler) {
+    return FutureOf(handler).wait_for(std::chrono::seconds(0));
 }
 
 bool IsBlocked(int signal) {
@@ -117,13 +123,12 @@ protected:
         return seen;
     }
 
-    // The handler's waiting ended by a signal that came too early.
-    void EndEarly(const std::string& signal) const {
+    // The waiting ended by a signal that came too early.
+    static void EndEarly(const TOstelSignalHandler& handler, const std::string& signal) {
         SendFromOutside(signal);
-        EXPECT_TRUE(WaitUntil([this] { return Threads() == m_Threads; }));
+        EXPECT_TRUE(WaitUntil([&] { return StatusOf(handler) == std::future_status::ready; }));
     }
 
-    const std::ptrdiff_t m_Threads = Threads();
     std::thread::id m_HandlersThread;
 };
 
@@ -165,7 +170,7 @@ TEST_F(TOstelSignalHandlerTest, DoesNotWaitAgainAfterTheAcceptedSignal) {
 
 TEST_F(TOstelSignalHandlerTest, EndsWithASignalThatComesBeforeAnybodyWaits) {
     TOstelSignalHandler handler({SIGINT, SIGTERM});
-    EndEarly("INT");
+    EndEarly(handler, "INT");
     bool isCalled = false;
     handler.Wait([&](int) { return isCalled = true; });
     EXPECT_FALSE(isCalled);
@@ -200,7 +205,7 @@ TEST_F(TOstelSignalHandlerTest, BlocksItsSignalsInAdditionAndForLaterThreads) {
         EXPECT_TRUE(IsBlocked(SIGUSR1) && IsBlocked(SIGUSR2));
         EXPECT_FALSE(IsBlocked(SIGTERM));
         std::thread([] { EXPECT_TRUE(IsBlocked(SIGUSR1)); }).join();
-        EndEarly("USR1");
+        EndEarly(handler, "USR1");
     }
     EXPECT_TRUE(IsBlocked(SIGUSR1)) << "after its end, too";
 }
@@ -245,7 +250,7 @@ TEST_F(TOstelSignalHandlerTest, NeverEndsWithoutSignals) {
     SendFromOutside("TERM");
     EXPECT_TRUE(WaitUntil([] { return s_IsCaught.load(); }));
     EXPECT_FALSE(s_HasEnded);
-    EXPECT_EQ(Threads(), m_Threads + 2);
+    EXPECT_EQ(StatusOf(*s_Handler), std::future_status::timeout);
 }
 
 TEST_F(TOstelSignalHandlerTest, LogsWhatIsNoSignalAndWaitsForTheRest) {
@@ -261,7 +266,7 @@ TEST_F(TOstelSignalHandlerTest, DoesNotWaitForWhatCannotBeBlocked) {
     s_SigmaskError = EPERM;
     TOstelSignalHandler handler({SIGTERM});
     s_SigmaskError = 0;
-    EXPECT_EQ(Threads(), m_Threads);
+    EXPECT_FALSE(FutureOf(handler).valid());
     const std::string blocking =
         std::string("[TOstelSignalHandler] Can't update sigmask - '") + std::strerror(EPERM) + "'.";
     EXPECT_THAT(RecordingLog::Texts(2), ElementsAre(blocking));
@@ -272,21 +277,10 @@ TEST_F(TOstelSignalHandlerTest, DoesNotWaitForWhatCannotBeBlocked) {
     EXPECT_THAT(RecordingLog::Texts(2), ElementsAre(waiting, waiting));
 }
 
-class TOstelSignalHandlerAlone : public TOstelSignalHandlerTest {
-protected:
-    TOstelSignalHandlerAlone() {
-        const rlimit none{0, 0};
-        EXPECT_EQ(setrlimit(RLIMIT_NPROC, &none), 0);
-        if (geteuid() == 0) {
-            // The limit does not hold for the superuser.
-            EXPECT_EQ(setuid(65534), 0);
-        }
-    }
-};
-
-TEST_F(TOstelSignalHandlerAlone, WaitsOnTheCallersThreadWhenThereIsNoOther) {
+TEST_F(TOstelSignalHandlerTest, WaitsOnTheCallersThreadWhenThereIsNoOther) {
+    const TNoProcesses noThreads;
     TOstelSignalHandler handler({SIGINT, SIGTERM});
-    ASSERT_EQ(Threads(), m_Threads);
+    ASSERT_EQ(StatusOf(handler), std::future_status::deferred);
     kill(getpid(), SIGINT);
     kill(getpid(), SIGTERM);
     std::vector<int> seen;
@@ -299,7 +293,8 @@ TEST_F(TOstelSignalHandlerAlone, WaitsOnTheCallersThreadWhenThereIsNoOther) {
     EXPECT_EQ(m_HandlersThread, std::this_thread::get_id());
 }
 
-TEST_F(TOstelSignalHandlerAlone, DoesNotBlockItsDestructionWhenNothingWaits) {
+TEST_F(TOstelSignalHandlerTest, DoesNotBlockItsDestructionWhenNothingWaits) {
+    const TNoProcesses noThreads;
     { const TOstelSignalHandler handler({SIGTERM}); }
     EXPECT_TRUE(IsBlocked(SIGTERM));
 }
