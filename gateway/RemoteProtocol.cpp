@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "TOstelJsonObject.h"
+
 namespace RemoteProtocol {
 
 namespace {
@@ -19,9 +21,18 @@ std::string Framed(const std::string& document, const std::string& binary) {
     return Length(document.size()) + Length(binary.size()) + document + binary;
 }
 
+std::string EventRequest(const std::string& name, const std::string& data) {
+    TOstelJsonObject request;
+    request.SetPropertyValue("REQUEST_TYPE", std::string("SEND_EVENT"));
+    request.SetPropertyValue("EVENT_NAME", name);
+    request.SetPropertyValue("EVENT_DATA", data);
+    return request.EncodeToString(-1);
+}
+
 TDocumentEnd::TState TDocumentEnd::Take(const std::string& piece) {
     for (auto next = piece.begin(); m_State == TState::OPEN && next != piece.end(); ++next) {
         const char c = *next;
+        ++m_Length;
         if (m_IsInText) {
             m_IsInText = m_IsEscaped || c != '"';
             m_IsEscaped = !m_IsEscaped && c == '\\';

@@ -1,6 +1,6 @@
 #include "RemoteRequests.h"
 
-#include <stdexcept>
+#include <exception>
 #include <utility>
 
 #include "RemoteProtocol.h"
@@ -10,7 +10,8 @@
 
 namespace {
 
-const std::string CHANGE_EVENT = "REMOTE_DATA_MODEL_CHANGED";
+// Far more than any unit's, and no burden on this one's memory.
+constexpr std::size_t LONGEST_SERIAL_NUMBER = 256;
 
 std::string StatusOf(tOstelReturnCode code) {
     return code == RC_SUCCESS ? "OK" : TOstelDataMapper::GetInstance()->MapEnumToString(code);
@@ -51,7 +52,7 @@ std::string TRemoteRequests::Answer(const std::string& request, const std::strin
     tOstelReturnCode code = RC_INVALID_ARGUMENT;
     if (document.DecodeFromString(request)) {
         TContext context{request, document, peerAddress, reply, binary};
-        code = Serve(context);
+        code = ServeSafely(context);
     }
     std::string answer = WithStatus(reply, code);
     if (!Fits(answer)) {
@@ -59,6 +60,16 @@ std::string TRemoteRequests::Answer(const std::string& request, const std::strin
         answer = WithStatus(tooLong, RC_BUFFER_OVERFLOW);
     }
     return RemoteProtocol::Framed(answer, binary);
+}
+
+// A request that runs out of memory or threads is answered like any other.
+tOstelReturnCode TRemoteRequests::ServeSafely(TContext& context) {
+    try {
+        return Serve(context);
+    } catch (const std::exception& error) {
+        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", error.what());
+        return RC_RUNTIME_ERROR;
+    }
 }
 
 tOstelReturnCode TRemoteRequests::Serve(TContext& context) {
@@ -112,19 +123,18 @@ tOstelReturnCode TRemoteRequests::SendEvent(TContext& context) {
     if (!name || !data) {
         return RC_INVALID_ARGUMENT;
     }
-    try {
-        m_SendEvent(*name, *data);
-    } catch (const std::runtime_error& error) {
-        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", error.what());
-        return RC_RUNTIME_ERROR;
-    }
+    m_SendEvent(*name, *data);
     return RC_SUCCESS;
 }
 
 tOstelReturnCode TRemoteRequests::Subscribe(TContext& context) {
     const auto names = NamesField(context.request);
     const auto serialNumber = TextField(context.request, "SERIAL_NUMBER");
-    if (!names || !serialNumber || TextField(context.request, "EVENT_NAME") != CHANGE_EVENT) {
+    if (!names || !serialNumber ||
+        TextField(context.request, "EVENT_NAME") != RemoteProtocol::CHANGE_EVENT) {
+        return RC_INVALID_ARGUMENT;
+    }
+    if (serialNumber->size() > LONGEST_SERIAL_NUMBER) {
         return RC_INVALID_ARGUMENT;
     }
     // Whoever is told of a failure is not subscribed, so try before.
@@ -144,7 +154,8 @@ tOstelReturnCode TRemoteRequests::Subscribe(TContext& context) {
 tOstelReturnCode TRemoteRequests::Unsubscribe(TContext& context) {
     const auto names = NamesField(context.request);
     const auto serialNumber = TextField(context.request, "SERIAL_NUMBER");
-    if (!names || !serialNumber || TextField(context.request, "EVENT_NAME") != CHANGE_EVENT) {
+    if (!names || !serialNumber ||
+        TextField(context.request, "EVENT_NAME") != RemoteProtocol::CHANGE_EVENT) {
         return RC_INVALID_ARGUMENT;
     }
     m_Subscriptions.Remove(context.peerAddress, *serialNumber, *names);

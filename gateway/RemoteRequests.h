@@ -33,6 +33,7 @@ private:
 
     static const std::map<std::string, TRequest>& Requests();
 
+    tOstelReturnCode ServeSafely(TContext& context);
     tOstelReturnCode Serve(TContext& context);
     tOstelReturnCode GetParam(TContext& context);
     tOstelReturnCode SetParam(TContext& context);

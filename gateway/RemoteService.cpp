@@ -21,7 +21,6 @@ namespace {
 using TClock = std::chrono::steady_clock;
 using RemoteProtocol::TDocumentEnd;
 
-constexpr int BACKLOG = 128;
 constexpr std::chrono::milliseconds BREATH{100};
 
 sockaddr_in ToAddress(const std::string& text) {
@@ -53,7 +52,7 @@ int Listen(const std::string& text) {
     const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     const int on = 1;
     if (listener < 0 || setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-        bind(listener, Plain(address), sizeof address) != 0 || listen(listener, BACKLOG) != 0) {
+        bind(listener, Plain(address), sizeof address) != 0 || listen(listener, SOMAXCONN) != 0) {
         const std::string cause = std::strerror(errno);
         if (listener >= 0) {
             close(listener);
@@ -82,14 +81,6 @@ int Connect(const std::string& text, const TStopSignal& stop, TDeadline deadline
     return connecting;
 }
 
-std::string EventRequest(const std::string& name, const std::string& data) {
-    TOstelJsonObject request;
-    request.SetPropertyValue("REQUEST_TYPE", std::string("SEND_EVENT"));
-    request.SetPropertyValue("EVENT_NAME", name);
-    request.SetPropertyValue("EVENT_DATA", data);
-    return request.EncodeToString(-1);
-}
-
 }  // namespace
 
 TRemoteService::TRemoteService(const TSettings& settings, const TTlsContext& context,
@@ -98,12 +89,23 @@ TRemoteService::TRemoteService(const TSettings& settings, const TTlsContext& con
       m_Context(context),
       m_Answer(std::move(answer)),
       m_Listener(Listen(settings.address)) {
-    for (std::size_t i = 0; i < m_Settings.connections; ++i) {
-        m_Threads.emplace_back([this] { Run(); });
+    try {
+        m_Threads.reserve(m_Settings.connections);
+        while (m_Threads.size() < m_Settings.connections) {
+            m_Threads.emplace_back([this] { Run(); });
+        }
+    } catch (const std::exception&) {
+        // Too few threads for the whole service; those that run already must not outlive it.
+        Stop();
+        throw;
     }
 }
 
 TRemoteService::~TRemoteService() {
+    Stop();
+}
+
+void TRemoteService::Stop() {
     m_Stop.Raise();
     for (std::thread& thread : m_Threads) {
         thread.join();
@@ -120,11 +122,20 @@ void TRemoteService::Run() {
         socklen_t size = sizeof peer;
         const int connected = accept4(m_Listener, Plain(peer), &size, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (connected >= 0) {
-            Serve(connected, ToText(peer));
+            ServeSafely(connected, ToText(peer));
         } else if (errno != EAGAIN && errno != ECONNABORTED && errno != EINTR) {
             // Out of descriptors, say; the connection stays where it is, so do not spin on it.
             WaitFor(-1, 0, m_Stop, TClock::now() + BREATH);
         }
+    }
+}
+
+// Whatever one request runs out of, memory or threads say, the others are served.
+void TRemoteService::ServeSafely(int socket, const std::string& peerAddress) {
+    try {
+        Serve(socket, peerAddress);
+    } catch (const std::exception& error) {
+        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s: %s", peerAddress.c_str(), error.what());
     }
 }
 
@@ -138,8 +149,7 @@ void TRemoteService::Serve(int socket, const std::string& peerAddress) {
     std::string request;
     TDocumentEnd end;
     auto state = TDocumentEnd::TState::OPEN;
-    while (state == TDocumentEnd::TState::OPEN &&
-           request.size() <= RemoteProtocol::LARGEST_REQUEST) {
+    while (state == TDocumentEnd::TState::OPEN && end.Length() <= RemoteProtocol::LARGEST_REQUEST) {
         const std::string piece = session.ReadSome();
         if (piece.empty()) {
             ztLogging_log(ZT_LOG_LEVEL_WARNING, "%s: no complete request", peerAddress.c_str());
@@ -149,9 +159,11 @@ void TRemoteService::Serve(int socket, const std::string& peerAddress) {
         state = end.Take(piece);
     }
     // Anything but one whole document of a fitting size is answered as malformed.
-    const bool isWhole = state == TDocumentEnd::TState::COMPLETE &&
-                         request.size() <= RemoteProtocol::LARGEST_REQUEST;
-    session.Write(m_Answer(isWhole ? request : "", peerAddress));
+    const bool isWhole =
+        state == TDocumentEnd::TState::COMPLETE && end.Length() <= RemoteProtocol::LARGEST_REQUEST;
+    // How much of what follows has come along depends on the moment, so that it must not matter.
+    request.resize(isWhole ? end.Length() : 0);
+    session.Write(m_Answer(request, peerAddress));
 }
 
 bool SendRemoteEvent(const TTlsContext& context, const std::string& address,
@@ -165,7 +177,7 @@ bool SendRemoteEvent(const TTlsContext& context, const std::string& address,
     std::string lengths;
     std::string document;
     std::uint32_t length = 0;
-    if (!session.Handshake() || !session.Write(EventRequest(name, data)) ||
+    if (!session.Handshake() || !session.Write(RemoteProtocol::EventRequest(name, data)) ||
         !session.ReadExactly(2 * sizeof length, lengths)) {
         return false;
     }

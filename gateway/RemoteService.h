@@ -10,8 +10,10 @@
 #include "TlsSession.h"
 
 // Takes the connections of other units, each with one request. As many threads as there may be
-// connections accept and serve them; the next one waits until a thread is free. A peer that shows
-// no certificate of the root, asks for too much or takes too long is cut off.
+// connections accept and serve them; the next ones wait in the system's queue until a thread is
+// free, for as long as those before them take: silent peers can hold up the others, each for the
+// limit. A peer that shows no certificate of the root, asks for too much or takes too long is cut
+// off.
 class TRemoteService {
 public:
     struct TSettings {
@@ -20,11 +22,12 @@ public:
         std::size_t connections = 32;
     };
 
-    // Gives the bytes of the answer. Called on several threads.
+    // Gives the bytes of the answer; the request is empty when it was none. Called on several
+    // threads. What it throws is logged, and the connection closed.
     using TAnswer =
         std::function<std::string(const std::string& request, const std::string& peerAddress)>;
 
-    // Throws std::runtime_error when it cannot listen.
+    // Throws std::runtime_error when it cannot listen or has too few threads.
     TRemoteService(const TSettings& settings, const TTlsContext& context, TAnswer answer);
     TRemoteService(const TRemoteService&) = delete;
     TRemoteService& operator=(const TRemoteService&) = delete;
@@ -33,6 +36,8 @@ public:
 
 private:
     void Run();
+    void Stop();
+    void ServeSafely(int socket, const std::string& peerAddress);
     void Serve(int socket, const std::string& peerAddress);
 
     const TSettings m_Settings;

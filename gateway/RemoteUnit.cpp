@@ -1,10 +1,6 @@
 #include "RemoteUnit.h"
 
-namespace {
-
-const std::string CHANGE_EVENT = "REMOTE_DATA_MODEL_CHANGED";
-
-}  // namespace
+#include "RemoteProtocol.h"
 
 TRemoteUnit::TRemoteUnit(const TSettings& settings, const std::string& serialNumber,
                          TDispatcher& dispatcher, TOstelIpc& ipc)
@@ -14,8 +10,8 @@ TRemoteUnit::TRemoteUnit(const TSettings& settings, const std::string& serialNum
       m_Subscriptions(serialNumber,
                       [this](const std::string& address, const std::string& text,
                              const TStopSignal& stop, TDeadline deadline) {
-                          return SendRemoteEvent(m_Context, address, CHANGE_EVENT, text, stop,
-                                                 deadline);
+                          return SendRemoteEvent(m_Context, address, RemoteProtocol::CHANGE_EVENT,
+                                                 text, stop, deadline);
                       }),
       m_Requests(
           dispatcher, m_Subscriptions, m_Files,

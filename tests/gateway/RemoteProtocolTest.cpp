@@ -48,6 +48,16 @@ TEST(TDocumentEnd, FindsTheEndOfAnObject) {
     }
 }
 
+TEST(TDocumentEnd, KnowsTheLengthOfADocument) {
+    TDocumentEnd end;
+    end.Take(" {\"a\"");
+    EXPECT_EQ(end.Length(), 5U);
+    end.Take(":1} more");
+    EXPECT_EQ(end.Length(), 8U);
+    end.Take("more");
+    EXPECT_EQ(end.Length(), 8U);
+}
+
 TEST(TDocumentEnd, BearsAnyDepth) {
     TDocumentEnd end;
     EXPECT_EQ(end.Take("{" + std::string(100000, '[')), TState::OPEN);

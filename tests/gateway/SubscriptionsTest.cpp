@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "PeerDouble.h"
 #include "RecordingLog.h"
+#include "RemoteProtocol.h"
 #include "WaitUntil.h"
 
 namespace {
@@ -13,57 +15,9 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-// A peer that is asked to take texts; it refuses the first so many.
-class TPeerDouble {
-public:
-    TDelivery::TSend Send() {
-        return [this](const std::string& address, const std::string& text, const TStopSignal& stop,
-                      TDeadline deadline) {
-            ++m_Attempts;
-            if (m_Hangs) {
-                WaitFor(-1, 0, stop, deadline);
-                return false;
-            }
-            if (m_Refuses > 0) {
-                --m_Refuses;
-                return false;
-            }
-            const std::lock_guard<std::mutex> lock(m_Mutex);
-            m_Texts.push_back(address + " " + text);
-            return true;
-        };
-    }
-
-    bool WaitForTexts(std::size_t count) {
-        return WaitUntil([&] { return Texts().size() >= count; });
-    }
-
-    std::vector<std::string> Texts() {
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        return m_Texts;
-    }
-
-    std::atomic<int> m_Attempts{0};
-    std::atomic<int> m_Refuses{0};
-    std::atomic<bool> m_Hangs{false};
-
-private:
-    std::mutex m_Mutex;
-    std::vector<std::string> m_Texts;
-};
-
-TDelivery::TPatience Hasty() {
-    TDelivery::TPatience patience;
-    patience.firstPause = milliseconds(5);
-    patience.attempt = milliseconds(50);
-    patience.total = milliseconds(200);
-    patience.mostWaiting = 3;
-    return patience;
-}
-
 class Subscriptions : public testing::Test {
 protected:
-    TPeerDouble m_Peer;
+    PeerDouble m_Peer;
     TSubscriptions m_Subscriptions{"SERIAL", m_Peer.Send(), Hasty()};
 };
 
@@ -101,43 +55,8 @@ TEST_F(Subscriptions, ReachAPeerOnceHoweverManySubscribersItHas) {
     EXPECT_THAT(m_Peer.Texts().back(), HasSubstr("10.0.0.2"));
 }
 
-TEST_F(Subscriptions, TryAgainUntilThePeerTakesIt) {
-    m_Peer.m_Refuses = 3;
-    m_Subscriptions.Add("10.0.0.1", "S1", {"A"});
-    m_Subscriptions.OnChange("A", "1");
-    EXPECT_TRUE(m_Peer.WaitForTexts(1));
-    EXPECT_EQ(m_Peer.m_Attempts, 4);
-}
-
-TEST_F(Subscriptions, DropWhatAPeerDoesNotTakeInTime) {
-    m_Peer.m_Refuses = 1000;
-    m_Subscriptions.Add("10.0.0.1", "S1", {"A"});
-    m_Subscriptions.OnChange("A", "1");
-    EXPECT_TRUE(WaitUntil([] {
-        const auto texts = RecordingLog::Texts(2);
-        return std::find(texts.begin(), texts.end(),
-                         "10.0.0.1 cannot be reached, a change is dropped") != texts.end();
-    }));
-    m_Peer.m_Refuses = 0;
-    m_Subscriptions.OnChange("A", "2");
-    EXPECT_TRUE(m_Peer.WaitForTexts(1));
-    EXPECT_THAT(m_Peer.Texts().back(), HasSubstr(R"("VALUE":"2")"));
-}
-
-TEST_F(Subscriptions, AreNotHeldUpByAPeerThatHangs) {
-    m_Peer.m_Hangs = true;
-    m_Subscriptions.Add("10.0.0.1", "S1", {"A"});
-    const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < 100; ++i) {
-        m_Subscriptions.OnChange("A", std::to_string(i));
-    }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(200));
-    EXPECT_THAT(RecordingLog::Texts(2),
-                Contains("10.0.0.1: too many changes are waiting, one is dropped"));
-}
-
 TEST(SubscriptionsAtTheEnd, DoNotWaitForAPeerThatHangs) {
-    TPeerDouble peer;
+    PeerDouble peer;
     peer.m_Hangs = true;
     const auto start = std::chrono::steady_clock::now();
     {
@@ -149,11 +68,21 @@ TEST(SubscriptionsAtTheEnd, DoNotWaitForAPeerThatHangs) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
 }
 
-TEST_F(Subscriptions, DoNotTellWhatIsTooLong) {
+TEST_F(Subscriptions, TellWhateverFitsIntoARequest) {
     m_Subscriptions.Add("10.0.0.1", "S1", {"A"});
-    m_Subscriptions.OnChange("A", std::string(40000, 'v'));
-    EXPECT_THAT(RecordingLog::Texts(2),
-                Contains("10.0.0.1: the value of A is too long to be told"));
+    const std::string empty = R"({"SERIAL_NUMBER":"SERIAL","NAME":"A","VALUE":""})";
+    const std::size_t envelope =
+        RemoteProtocol::EventRequest(RemoteProtocol::CHANGE_EVENT, empty).size();
+    const std::string value(RemoteProtocol::LARGEST_REQUEST - envelope, 'v');
+    m_Subscriptions.OnChange("A", value + "v");
+    EXPECT_EQ(RecordingLog::Count(2, "The value of A is too long to be told to other units"), 1);
+    // A quote takes four characters in there.
+    m_Subscriptions.OnChange("A", std::string(value.size() / 4 + 1, '"'));
+    EXPECT_EQ(RecordingLog::Count(2, "The value of A is too long to be told to other units"), 2);
+    m_Subscriptions.OnChange("A", value);
+    ASSERT_TRUE(m_Peer.WaitForTexts(1));
+    EXPECT_TRUE(m_Peer.Texts()[0] ==
+                R"(10.0.0.1 {"SERIAL_NUMBER":"SERIAL","NAME":"A","VALUE":")" + value + "\"}");
 }
 
 TEST_F(Subscriptions, HaveALimitOfPeers) {
@@ -164,15 +93,37 @@ TEST_F(Subscriptions, HaveALimitOfPeers) {
     EXPECT_TRUE(m_Subscriptions.Add("10.0.0.1", "T", {"A"}));
 }
 
-TEST_F(Subscriptions, HaveALimitOfNamesAtEachPeer) {
-    const std::string peer = "10.0.0.1";
-    for (int i = 0; i < 4096; ++i) {
-        ASSERT_TRUE(m_Subscriptions.Add(peer, "S" + std::to_string(i), {"A"}));
+TEST_F(Subscriptions, GiveThePlaceOfAPeerThatIsGoneToANewOne) {
+    for (int i = 0; i < 64; ++i) {
+        EXPECT_TRUE(m_Subscriptions.Add("10.0.0." + std::to_string(i), "S",
+                                        {i == 7 || i == 8 ? "GONE" : "A"}));
     }
-    EXPECT_FALSE(m_Subscriptions.Add(peer, "one more", {"A"}));
-    EXPECT_TRUE(m_Subscriptions.Add("10.0.0.2", "S", {"A"}));
-    m_Subscriptions.Remove(peer, "S0", {"A"});
-    EXPECT_TRUE(m_Subscriptions.Add(peer, "one more", {"A"}));
+    m_Peer.m_Refuses = 1000;
+    m_Subscriptions.OnChange("GONE", "1");
+    for (const char* address : {"10.0.0.7", "10.0.0.8"}) {
+        EXPECT_TRUE(RecordingLog::WaitFor(2, std::string(address) + " cannot be reached"));
+    }
+    m_Peer.m_Refuses = 0;
+    // One of them is back.
+    EXPECT_TRUE(m_Subscriptions.Add("10.0.0.7", "S", {"A"}));
+    EXPECT_TRUE(m_Subscriptions.Add("10.0.1.1", "S", {"NEW"}));
+    EXPECT_EQ(RecordingLog::Count(3, "10.0.0.8 is gone, its subscriptions make room for 10.0.1.1"),
+              1);
+    EXPECT_FALSE(m_Subscriptions.Add("10.0.1.2", "S", {"NEW"}));
+    m_Subscriptions.OnChange("NEW", "1");
+    EXPECT_TRUE(m_Peer.WaitForTexts(1));
+    EXPECT_THAT(m_Peer.Texts().back(), HasSubstr("10.0.1.1"));
+}
+
+TEST_F(Subscriptions, ThatAreTooManyCostNobodyAPlace) {
+    std::vector<std::string> tooMany;
+    for (std::size_t i = 0; i <= TSubscribedNames::MOST_NAMES; ++i) {
+        tooMany.push_back("N" + std::to_string(i));
+    }
+    EXPECT_FALSE(m_Subscriptions.Add("10.0.0.1", "S", tooMany));
+    for (int i = 0; i < 64; ++i) {
+        EXPECT_TRUE(m_Subscriptions.Add("10.0.1." + std::to_string(i), "S", {"A"}));
+    }
 }
 
 TEST_F(Subscriptions, ToNothingTakeNoRoom) {

@@ -1,0 +1,58 @@
+// This unit's side of a TLS session.
+#include "TlsSession.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <openssl/ssl.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+
+#include "CertificateMaker.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+// Whatever the system's own settings of OpenSSL say.
+TEST(TTlsContext, HoldsPeersToItsRules) {
+    CertificateMaker certificates;
+    const TTlsContext context(certificates.Unit("unit"));
+    EXPECT_EQ(SSL_CTX_get_min_proto_version(context.Get()), TLS1_2_VERSION);
+    EXPECT_EQ(SSL_CTX_get_verify_mode(context.Get()),
+              SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT);
+    EXPECT_EQ(SSL_CTX_get_verify_depth(context.Get()), 3);
+}
+
+TEST(TTlsContext, SaysWhichFileIsWrong) {
+    CertificateMaker certificates;
+    const auto error = [](const std::string& directory) {
+        try {
+            const TTlsContext context(directory);
+        } catch (const std::runtime_error& failure) {
+            return std::string(failure.what());
+        }
+        return std::string();
+    };
+    EXPECT_THAT(error("/nonexistent"), HasSubstr("/nonexistent/ostel.cert.pem: "));
+    EXPECT_THAT(error(certificates.WrongKey("wrong")), HasSubstr("ostel.key.pem: "));
+    const std::string unit = certificates.Unit("unit");
+    EXPECT_EQ(error(unit), "");
+    std::filesystem::remove(unit + "ostelRoot.cert.pem");
+    EXPECT_THAT(error(unit), HasSubstr("ostelRoot.cert.pem: "));
+}
+
+TEST(TTlsContext, AsksNobodyForAPassPhrase) {
+    CertificateMaker certificates;
+    const std::string directory = certificates.KeyWithPassPhrase("locked", "secret");
+    std::array<int, 2> terminal{};
+    ASSERT_EQ(pipe(terminal.data()), 0);
+    ASSERT_EQ(write(terminal[1], "secret\n", 7), 7);
+    close(terminal[1]);
+    dup2(terminal[0], STDIN_FILENO);
+    close(terminal[0]);
+    EXPECT_THROW(TTlsContext{directory}, std::runtime_error);
+}
+
+}  // namespace
