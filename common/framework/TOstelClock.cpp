@@ -184,7 +184,7 @@ void TOstelClock::FireTimer() {
 
 void TOstelClock::AlarmThreadHandler() {
     RunGuarded([this] {
-        const TOstelClockTime timeout = TimeUntil(m_AlarmTime);
+        TOstelClockTime timeout = TimeUntil(m_AlarmTime);
         ztLogging_log(5, "[TOstelClock] Alarm time is '%s'.", m_AlarmTime.GetTime().c_str());
         ztLogging_log(5, "[TOstelClock] Alarm timeout is '%s'.", timeout.GetAbsTime().c_str());
         if (m_AlarmCondition.WaitFor(static_cast<unsigned int>(timeout.ToSeconds()))) {

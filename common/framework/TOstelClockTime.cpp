@@ -89,7 +89,7 @@ void TOstelClockTime::Normalize() {
     m_Seconds = time.tm_sec;
 }
 
-int TOstelClockTime::ToSeconds() const {
+int TOstelClockTime::ToSeconds() {
     const std::int64_t hours = std::int64_t{m_Days} * 24 + m_Hours;
     return static_cast<std::int32_t>((hours * 60 + m_Minutes) * 60 + m_Seconds);
 }

@@ -31,8 +31,9 @@ public:
     // 25:61:61 becomes 02:02:01, -1:00:00 becomes 23:00:00. The days stay.
     void Normalize();
 
-    // Not normalised. Cut to 32 bits.
-    int ToSeconds() const;
+    // Not normalised. Cut to 32 bits. Changes nothing, but its name in the binary interface is that
+    // of an operation that could.
+    int ToSeconds();
 
     // Normalised, with the days behind a plus sign unless they are 0. Days that have gone by are
     // written with both signs, "08:30:00+-3", as SetTime reads them.

@@ -142,12 +142,22 @@ TEST_F(TOstelClockTimeTest, WritesTheNormalizedTimeAndStaysAsItIs) {
 }
 
 TEST_F(TOstelClockTimeTest, CountsSecondsAndAbsoluteHoursWithoutNormalizing) {
-    const TOstelClockTime time = Time(25, 61, 61, 1);
+    TOstelClockTime time = Time(25, 61, 61, 1);
     EXPECT_EQ(time.ToSeconds(), 86400 + 25 * 3600 + 61 * 60 + 61);
     EXPECT_EQ(time.GetAbsTime(), "49:61:61");
     EXPECT_EQ(Time(1, 0, 0, 2).GetAbsTime(), "49:00:00");
     EXPECT_EQ(Time(-1, -2, -3).GetAbsTime(), "-1:-2:-3");
     EXPECT_EQ(Time(0, 0, -3, -1).ToSeconds(), -86403);
+}
+
+// Applications are linked with the names that these types give.
+TEST_F(TOstelClockTimeTest, OnlyTheTextsAreAskedOfConstants) {
+    static_assert(
+        std::is_same_v<decltype(&TOstelClockTime::ToSeconds), int (TOstelClockTime::*)()>);
+    static_assert(std::is_same_v<decltype(&TOstelClockTime::GetTime),
+                                 std::string (TOstelClockTime::*)() const>);
+    static_assert(std::is_same_v<decltype(&TOstelClockTime::GetAbsTime),
+                                 std::string (TOstelClockTime::*)() const>);
 }
 
 TEST_F(TOstelClockTimeTest, CutsSecondsAndAbsoluteHoursTo32Bits) {
