@@ -13,6 +13,7 @@
 #include "IOstelCpeClientStateObserver.h"
 #include "IOstelDataModelChangeObserver.h"
 #include "IOstelObserver.h"
+#include "OstelDocuments.h"
 #include "TOstelApplication.h"
 #include "TOstelDataMapper.h"
 #include "TOstelIpc.h"
@@ -68,7 +69,7 @@ public:
     void OnCpeClientStateChanged(TOstelCpeClientState state, const std::string& macAddress,
                                  const std::string& hostName) override {
         const std::lock_guard<std::recursive_mutex> lock(m_Mutex);
-        if (m_ClientDeviceState == nullptr || state < CONNECTED || state > BLOCKED_ATTEMPT) {
+        if (m_ClientDeviceState == nullptr || state > BLOCKED_ATTEMPT) {
             return;
         }
         m_ClientDeviceState(static_cast<tOstelAppClientDeviceState>(state), macAddress.c_str(),
@@ -110,7 +111,14 @@ private:
 // object: they are there before any thread of the application can race for them.
 TNotifier theNotifier;
 
+// A message of the bus has at most 128 MiB, and an element takes 12 bytes and more of it. A greater
+// count is no count, and there is no array of that size to read.
+constexpr std::uint32_t MOST_PARAMS = (128U << 20) / 12;
+
 TParams ToList(const tOstelAppLibParamArray& array) {
+    if (array.count > MOST_PARAMS) {
+        throw std::length_error("No message holds " + std::to_string(array.count) + " parameters");
+    }
     TParams list(array.count);
     for (std::size_t i = 0; i < list.size(); ++i) {
         list[i].name = Text(array.params[i].name);
@@ -119,21 +127,50 @@ TParams ToList(const tOstelAppLibParamArray& array) {
     return list;
 }
 
-void TakeIndexMap(tOstelAppLibIndexMap& map, const std::string& name,
-                  const std::vector<std::pair<int, int>>& pairs) {
-    SetText(map.name, name);
-    map.pairs = nullptr;
-    AllocateOrThrow(map.pairs, map.count, pairs.size());
-    std::transform(pairs.begin(), pairs.end(), map.pairs, [](const std::pair<int, int>& pair) {
-        return tOstelAppLibIndexPair{pair.first, pair.second};
-    });
-}
+using TPairs = std::vector<std::pair<int, int>>;
 
 void ReleaseIndexMaps(const tOstelAppLibIndexMapRequest& request) noexcept {
     for (std::uint32_t i = 0; i < request.count; ++i) {
         delete[] request.maps[i].pairs;
     }
     delete[] request.maps;
+}
+
+void TakePairs(tOstelAppLibIndexMap& map, const TPairs& pairs) {
+    auto taken = NewArray<tOstelAppLibIndexPair>(pairs.size());
+    std::transform(pairs.begin(), pairs.end(), taken.get(), [](const std::pair<int, int>& pair) {
+        return tOstelAppLibIndexPair{pair.first, pair.second};
+    });
+    map.pairs = taken.release();
+    map.count = static_cast<std::uint32_t>(pairs.size());
+}
+
+tOstelAppLibIndexMapRequest ToRecord(const std::unordered_map<std::string, TPairs>& maps) {
+    tOstelAppLibIndexMapRequest record{NewArray<tOstelAppLibIndexMap>(maps.size()).release(), 0};
+    try {
+        for (const auto& [name, pairs] : maps) {
+            TakePairs(record.maps[record.count], pairs);
+            SetText(record.maps[record.count++].name, name);
+        }
+    } catch (const std::bad_alloc&) {
+        ReleaseIndexMaps(record);
+        throw;
+    }
+    return record;
+}
+
+// A value may fill its buffer to the last byte, as a file does; an application that points at a
+// text of its own may leave the size at 0.
+std::string LongText(const tOstelAppLibLongParamRequest& request) {
+    if (request.size == 0) {
+        return request.value;
+    }
+    const std::size_t length = strnlen(request.value, request.size);
+    if (length == request.size) {
+        ztLogging_log(ZT_LOG_LEVEL_WARNING, "ostelAppLibSetLongParam: %u bytes without a NUL",
+                      static_cast<unsigned int>(request.size));
+    }
+    return {request.value, length};
 }
 
 }  // namespace
@@ -280,8 +317,9 @@ tOstelReturnCode ostelAppLibGetObjectIds(tOstelAppLibObjectIdsRequest* request) 
         const tOstelReturnCode code =
             theNotifier.Application().GetObjectIds(Text(request->name), ids);
         if (code == RC_SUCCESS) {
-            AllocateOrThrow(request->ids, request->count, ids.size());
-            std::copy(ids.begin(), ids.end(), request->ids);
+            auto copy = NewArray<std::int32_t>(ids.size());
+            std::copy(ids.begin(), ids.end(), copy.get());
+            Replace(request->ids, request->count, std::move(copy), ids.size());
         }
         return code;
     });
@@ -292,23 +330,11 @@ tOstelReturnCode ostelAppLibGetIndexMapping(tOstelAppLibIndexMapRequest* request
         return RC_INVALID_ARGUMENT;
     }
     return Guarded([&] {
-        std::unordered_map<std::string, std::vector<std::pair<int, int>>> maps;
+        std::unordered_map<std::string, TPairs> maps;
         const tOstelReturnCode code = theNotifier.Application().GetIndexMap(maps);
-        if (code != RC_SUCCESS) {
-            return code;
-        }
-        request->maps = nullptr;
-        AllocateOrThrow(request->maps, request->count, maps.size());
-        std::fill_n(request->maps, request->count, tOstelAppLibIndexMap{});
-        try {
-            tOstelAppLibIndexMap* next = request->maps;
-            for (const auto& [name, pairs] : maps) {
-                TakeIndexMap(*next++, name, pairs);
-            }
-        } catch (const std::bad_alloc&) {
-            ReleaseIndexMaps(*request);
-            *request = {};
-            throw;
+        if (code == RC_SUCCESS) {
+            // What was there is the caller's: after its release it must not be looked at.
+            *request = ToRecord(maps);
         }
         return code;
     });
@@ -338,28 +364,27 @@ tOstelReturnCode ostelAppLibGetLongParam(tOstelAppLibLongParamRequest* request) 
         if (code != RC_SUCCESS) {
             return static_cast<tOstelReturnCode>(code);
         }
-        if (!document.DecodeFromString(reply)) {
-            throw std::runtime_error(document.GetErrorText());
-        }
+        OstelDocuments::Decode(document, reply);
         // Borrowed from the document: values may have many megabytes.
-        const char* const value = document.GetPropertyValue<const char*>("VALUE", "");
-        const std::size_t size = std::strlen(value) + 1;
-        request->value = nullptr;
-        AllocateOrThrow(request->value, request->size, size);
-        std::memcpy(request->value, value, size);
+        const char* const text = document.GetPropertyValue<const char*>("VALUE", "");
+        const std::size_t size = std::strlen(text) + 1;
+        auto value = NewArray<char>(size);
+        std::memcpy(value.get(), text, size);
+        // Not released: callers have released, or keep, what was there.
+        request->value = value.release();
+        request->size = static_cast<std::uint32_t>(size);
         return RC_SUCCESS;
     });
 }
 
 tOstelReturnCode ostelAppLibSetLongParam(const tOstelAppLibLongParamRequest* request, bool commit) {
-    if (request == nullptr || request->value == nullptr || request->size == 0) {
+    if (request == nullptr || request->value == nullptr) {
         return RC_INVALID_ARGUMENT;
     }
     return Guarded([&] {
         TOstelJsonObject document;
         document.SetPropertyValue("NAME", Text(request->name));
-        document.SetPropertyValue(
-            "VALUE", std::string(request->value, strnlen(request->value, request->size)));
+        document.SetPropertyValue("VALUE", LongText(*request));
         document.SetPropertyValue("COMMIT", commit);
         std::string reply;
         return static_cast<tOstelReturnCode>(
@@ -396,7 +421,7 @@ void ostelAppLibReleaseParamRequest(tOstelAppLibParamRequest* request) {
 
 void ostelAppLibAllocateLongParamRequest(tOstelAppLibLongParamRequest* request, uint32_t size) {
     if (request != nullptr) {
-        Allocate(request->value, request->size, size);
+        Allocate(request->value, request->size, size, NewBuffer);
     }
 }
 

@@ -2,14 +2,15 @@
  * The flat interface to the application object, for C99 and C++.
  *
  * Conventions:
- * 1. Texts in records are fixed fields of 256 bytes. What the library writes there is cut at 255
- *    characters, ends in NUL, and is followed by zeros; what it reads there may fill all 256 bytes.
+ * 1. Texts are UTF-8; what is not goes out as a null. In records they are fixed fields of 256
+ *    bytes. What the library writes there is cut at 255 bytes, be it in the middle of a character,
+ *    ends in NUL, and is followed by zeros; what it reads there may fill all 256 bytes.
  * 2. The application owns the records. Arrays and buffers inside them are allocated by the library
  *    and released by the ...Release... function of the record, never with free or delete. A record
  *    starts zeroed; what an operation refills is released first, unless it says otherwise.
  * 3. Results are tOstelReturnCode values: RC_INVALID_ARGUMENT for a null record or text,
  *    RC_RUNTIME_ERROR for what went wrong inside (logged), otherwise what the data-model service
- *    answers. On a result other than RC_SUCCESS the arrays of a record are as they were.
+ *    answers. On a result other than RC_SUCCESS a record is as it was.
  * 4. Any thread may call; a request blocks its caller for the round trip. A record is used by one
  *    thread at a time.
  * 5. No C++ exception leaves these functions.
@@ -91,7 +92,8 @@ typedef void (*tOstelAppLibClientDeviceStateCallback)(tOstelAppClientDeviceState
 typedef void (*tOstelAppLibDataModelChangeCallback)(const char* name, const char* value);
 typedef void (*tOstelAppLibSoftwareUpdateCallback)(const char* url);
 
-/* Life cycle: connects to the bus as the client. Further calls after a success change nothing. */
+/* Life cycle: connects to the bus as the client and starts the delivery of notifications. After a
+ * success further calls do no more than to start the delivery again. */
 OSTEL_API tOstelReturnCode ostelAppLibInit(tOstelClientId clientId);
 /* Ends the delivery of notifications; requests still work. */
 OSTEL_API tOstelReturnCode ostelAppLibTerm(void);
@@ -103,51 +105,69 @@ OSTEL_API void ostelAppLibSubscribe(tOstelAppLibClientDeviceStateCallback client
 /* Once it has returned, no callback runs any more. */
 OSTEL_API void ostelAppLibUnsubscribe(void);
 
+/* How much this process logs, until the data model's logging parameters say otherwise: errors only;
+ * warnings and notices, too; everything. */
 OSTEL_API void ostelAppLibSetLogLevelError(void);
 OSTEL_API void ostelAppLibSetLogLevelNotice(void);
 OSTEL_API void ostelAppLibSetLogLevelDebug(void);
 
-/* Parameters. Without `commit` a written value waits for ostelAppLibCommit. */
+/* Parameters. Without `commit` what a function writes waits for ostelAppLibCommit; with it, all
+ * that is waiting takes effect. */
 OSTEL_API tOstelReturnCode ostelAppLibCommit(void);
+/* Writes the one parameter of that full name. */
 OSTEL_API tOstelReturnCode ostelAppLibSetParam(const tOstelAppLibParam* param, bool commit);
 /* A single parameter comes in `value`, with isArray as it was; none or several come in `array`,
  * with isArray set. Release with ostelAppLibReleaseParamRequest. */
 OSTEL_API tOstelReturnCode ostelAppLibGetParam(tOstelAppLibParamRequest* request);
-/* Refills the array. Release with ostelAppLibReleaseParamArray. */
+/* Reads the named parameters in one request and refills the array with them, `count` being what
+ * came. Release with ostelAppLibReleaseParamArray. */
 OSTEL_API tOstelReturnCode ostelAppLibGetParamArray(tOstelAppLibParamArray* array);
+/* Writes all elements in one request. */
 OSTEL_API tOstelReturnCode ostelAppLibSetParamArray(const tOstelAppLibParamArray* array,
                                                     bool commit);
 
-/* Objects. */
-/* Asks for the named parameters of the object and refills `params`. Release with
- * ostelAppLibReleaseObjectRequest. */
+/* Objects: the names of their parameters are below the object's path, which ends in a point. */
+/* Reads the named parameters of the object and refills `params`, which must have been allocated.
+ * Release with ostelAppLibReleaseObjectRequest. */
 OSTEL_API tOstelReturnCode ostelAppLibGetObject(tOstelAppLibObjectRequest* request);
+/* Writes the parameters of the object in one request. */
 OSTEL_API tOstelReturnCode ostelAppLibSetObject(const tOstelAppLibObjectRequest* request,
                                                 bool commit);
+/* Adds an instance to the table. `instance` receives its number, and keeps its value on a failure.
+ */
 OSTEL_API tOstelReturnCode ostelAppLibAddObjectInstance(const char* object, uint32_t* instance);
+/* Deletes the instance of that path, such as "Device.NAT.PortMapping.3.". */
 OSTEL_API tOstelReturnCode ostelAppLibDelObjectInstance(const char* instance);
-/* Refills `ids`. Release with ostelAppLibReleaseObjectIdsRequest. */
+/* Refills `ids` with the numbers of the table's instances. Release with
+ * ostelAppLibReleaseObjectIdsRequest. */
 OSTEL_API tOstelReturnCode ostelAppLibGetObjectIds(tOstelAppLibObjectIdsRequest* request);
-/* Overwrites `maps` without releasing it. Release with ostelAppLibReleaseIndexMapRequest. */
+/* The applications' own instance numbers and the platform's. Overwrites `maps` without releasing
+ * it. Release with ostelAppLibReleaseIndexMapRequest. */
 OSTEL_API tOstelReturnCode ostelAppLibGetIndexMapping(tOstelAppLibIndexMapRequest* request);
 
+/* Tells every application on the bus, this one included. A null text or a failure is logged, and
+ * shows nowhere else. */
 OSTEL_API void ostelAppLibSendEvent(const char* name, const char* data);
 
 /* Values of any length. */
 /* Overwrites `value` without releasing it: release an earlier one first. Release with
  * ostelAppLibReleaseLongParamRequest. */
 OSTEL_API tOstelReturnCode ostelAppLibGetLongParam(tOstelAppLibLongParamRequest* request);
-/* Reads `value` up to its NUL, at most `size` bytes. */
+/* Writes `value` up to its NUL. A buffer without one goes out as a whole, with a line in the log;
+ * with a `size` of 0 there must be a NUL. A null `value` is an RC_INVALID_ARGUMENT. */
 OSTEL_API tOstelReturnCode ostelAppLibSetLongParam(const tOstelAppLibLongParamRequest* request,
                                                    bool commit);
 
 /* Requests to the other unit that `remote` names by its address: one connection each, over mutual
  * TLS where this unit has certificates (see TOstelApplication.h, also for when it goes
- * unencrypted). RC_SUCCESS or RC_FAILURE only; a null argument is an RC_FAILURE, too. There is no
- * time limit on a unit that accepts and says nothing. */
+ * unencrypted). RC_SUCCESS or RC_FAILURE, which a null argument is, too; RC_RUNTIME_ERROR only when
+ * memory runs out. There is no time limit on a unit that accepts and says nothing. */
 /* A single parameter comes in `name` and `value`; several come in `array`, with isArray set; none
- * leave the record as it was. Release with ostelAppLibReleaseParamRequest. */
+ * leave the record as it was, an earlier array included. Release with
+ * ostelAppLibReleaseParamRequest. */
 OSTEL_API tOstelReturnCode ostelAppLibGetParamRemote(tOstelAppLibParamRequest* request);
+/* Writes the one parameter `name`. Without `commit` the value waits there for
+ * ostelAppLibCommitRemote. */
 OSTEL_API tOstelReturnCode ostelAppLibSetParamRemote(const tOstelAppLibParamRequest* request,
                                                      bool commit);
 OSTEL_API tOstelReturnCode ostelAppLibCommitRemote(const char* remote);
@@ -156,23 +176,29 @@ OSTEL_API tOstelReturnCode ostelAppLibCommitRemote(const char* remote);
 OSTEL_API tOstelReturnCode ostelAppLibGetFileRemote(tOstelAppLibLongParamRequest* request);
 
 /* Allocation and release; a null record is left alone. Allocating releases what was there; the new
- * elements are not cleared. What cannot be allocated leaves the record empty: null and 0. */
+ * elements are not cleared. What cannot be allocated leaves the record empty: null and 0. Releasing
+ * leaves it empty, too, and may be repeated. */
 OSTEL_API void ostelAppLibAllocateParamArray(tOstelAppLibParamArray* array, uint32_t count);
 OSTEL_API void ostelAppLibReleaseParamArray(tOstelAppLibParamArray* array);
+/* The same two under the names that go with the other records. */
 OSTEL_API void ostelAppLibAllocateParamArrayRequest(tOstelAppLibParamArray* array, uint32_t count);
 OSTEL_API void ostelAppLibReleaseParamArrayRequest(tOstelAppLibParamArray* array);
+/* Releases `array` and clears isArray. */
 OSTEL_API void ostelAppLibReleaseParamRequest(tOstelAppLibParamRequest* request);
+/* `size` bytes for `value`. Either function releases them. */
 OSTEL_API void ostelAppLibAllocateLongParamRequest(tOstelAppLibLongParamRequest* request,
                                                    uint32_t size);
 OSTEL_API void ostelAppLibReleaseLongParamRequest(tOstelAppLibLongParamRequest* request);
 OSTEL_API void ostelAppLibReleaseLongParamRemote(tOstelAppLibLongParamRequest* request);
+/* `count` elements for `params`. */
 OSTEL_API void ostelAppLibAllocateObjectRequest(tOstelAppLibObjectRequest* request, uint32_t count);
 OSTEL_API void ostelAppLibReleaseObjectRequest(tOstelAppLibObjectRequest* request);
+/* `count` numbers for `ids`. */
 OSTEL_API void ostelAppLibAllocateObjectIdsRequest(tOstelAppLibObjectIdsRequest* request,
                                                    uint32_t count);
 OSTEL_API void ostelAppLibReleaseObjectIdsRequest(tOstelAppLibObjectIdsRequest* request);
-/* Leaves `maps` and `count` as they were: the record is not to be used again before the next
- * ostelAppLibGetIndexMapping. */
+/* Unlike the others leaves `maps` and `count` as they were: the record is not to be used, nor
+ * released, again before the next ostelAppLibGetIndexMapping. */
 OSTEL_API void ostelAppLibReleaseIndexMapRequest(tOstelAppLibIndexMapRequest* request);
 
 #ifdef __cplusplus

@@ -2,11 +2,14 @@
 #ifndef OSTEL_APP_LIB_RECORDS_H
 #define OSTEL_APP_LIB_RECORDS_H
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <exception>
+#include <memory>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "TOstelApplication.h"
@@ -41,14 +44,18 @@ void SetText(char (&field)[N], const std::string& text) {
     field[N - 1] = '\0';
 }
 
-// An array of the caller's record; null when there is no memory for it, whatever the count.
+// Not cleared.
 template <typename T>
-T* NewArray(std::size_t count) noexcept {
-    try {
-        return new T[count];
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
+std::unique_ptr<T[]> NewArray(std::size_t count) {
+    return std::unique_ptr<T[]>(new T[count]);
+}
+
+// Even a buffer of no bytes holds the NUL of an empty text: a long value of size 0 is read up to
+// it.
+inline std::unique_ptr<char[]> NewBuffer(std::size_t size) {
+    auto buffer = NewArray<char>(std::max<std::size_t>(size, 1));
+    buffer[0] = '\0';
+    return buffer;
 }
 
 template <typename T>
@@ -58,27 +65,36 @@ void Release(T*& array, std::uint32_t& count) noexcept {
     count = 0;
 }
 
+// Leaves the array empty when there is no memory for the new one.
 template <typename T>
-void Allocate(T*& array, std::uint32_t& count, std::size_t wanted) noexcept {
+void Allocate(T*& array, std::uint32_t& count, std::uint32_t wanted,
+              std::unique_ptr<T[]> (*make)(std::size_t) = NewArray<T>) noexcept {
     Release(array, count);
-    array = NewArray<T>(wanted);
-    count = array == nullptr ? 0 : static_cast<std::uint32_t>(wanted);
+    try {
+        array = make(wanted).release();
+        count = wanted;
+    } catch (const std::bad_alloc&) {
+        // The caller sees it.
+        return;
+    }
 }
 
+// For an array that is filled already: whatever fails before leaves the record as it was.
 template <typename T>
-void AllocateOrThrow(T*& array, std::uint32_t& count, std::size_t wanted) {
-    Allocate(array, count, wanted);
-    if (array == nullptr) {
-        throw std::bad_alloc();
-    }
+void Replace(T*& array, std::uint32_t& count, std::unique_ptr<T[]> filled,
+             std::size_t size) noexcept {
+    delete[] array;
+    array = filled.release();
+    count = static_cast<std::uint32_t>(size);
 }
 
 inline void Refill(tOstelAppLibParamArray& array, const TParams& list) {
-    AllocateOrThrow(array.params, array.count, list.size());
+    auto params = NewArray<tOstelAppLibParam>(list.size());
     for (std::size_t i = 0; i < list.size(); ++i) {
-        SetText(array.params[i].name, list[i].name);
-        SetText(array.params[i].value, list[i].value);
+        SetText(params[i].name, list[i].name);
+        SetText(params[i].value, list[i].value);
     }
+    Replace(array.params, array.count, std::move(params), list.size());
 }
 
 }  // namespace ostel_app_lib

@@ -2,6 +2,7 @@
 // requests to other units know no code but this and RC_SUCCESS.
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "TOstelApplication.h"
@@ -74,8 +75,9 @@ tOstelReturnCode ostelAppLibGetFileRemote(tOstelAppLibLongParamRequest* request)
         const tOstelReturnCode code =
             Application().GetFileRemote(Text(request->remote), Text(request->name), bytes);
         if (code == RC_SUCCESS) {
-            AllocateOrThrow(request->value, request->size, bytes.size());
-            std::copy(bytes.begin(), bytes.end(), request->value);
+            auto value = NewBuffer(bytes.size());
+            std::copy(bytes.begin(), bytes.end(), value.get());
+            Replace(request->value, request->size, std::move(value), bytes.size());
         }
         return code;
     });

@@ -51,12 +51,21 @@ TEST_F(OstelAppLibRemote, GivesSeveralParametersAsAnArray) {
     EXPECT_STREQ(m_Request.name, "Device.");
 }
 
-TEST_F(OstelAppLibRemote, TakesNoParameterForNoArray) {
+// Unlike the local request, which tells of nothing by an empty array.
+TEST_F(OstelAppLibRemote, TakesNoParameterForNoArrayAndLeavesAnEarlierOne) {
     const TlsPeer peer({}, TlsPeer::Framed(R"({"PARAMS":[],"STATUS":"OK"})"));
     Ask(peer, "Device.");
     EXPECT_EQ(ostelAppLibGetParamRemote(&m_Request), RC_SUCCESS);
     EXPECT_FALSE(m_Request.isArray);
     EXPECT_EQ(m_Request.array.params, nullptr);
+    ostelAppLibAllocateParamArray(&m_Request.array, 7);
+    m_Request.isArray = true;
+    const auto* const params = m_Request.array.params;
+    EXPECT_EQ(ostelAppLibGetParamRemote(&m_Request), RC_SUCCESS);
+    EXPECT_TRUE(m_Request.isArray);
+    EXPECT_EQ(m_Request.array.params, params);
+    EXPECT_EQ(m_Request.array.count, 7U);
+    EXPECT_STREQ(m_Request.name, "Device.");
 }
 
 TEST_F(OstelAppLibRemote, SetsAndCommits) {
@@ -64,10 +73,12 @@ TEST_F(OstelAppLibRemote, SetsAndCommits) {
     Ask(peer, "Device.A");
     std::strcpy(m_Request.value, "1");
     EXPECT_EQ(ostelAppLibSetParamRemote(&m_Request, true), RC_SUCCESS);
+    EXPECT_EQ(ostelAppLibSetParamRemote(&m_Request, false), RC_SUCCESS);
     EXPECT_EQ(ostelAppLibCommitRemote(m_Request.remote), RC_SUCCESS);
     EXPECT_THAT(
         peer.Requests(),
         ElementsAre(R"({"REQUEST_TYPE":"SET_PARAM","NAME":"Device.A","VALUE":"1","COMMIT":true})",
+                    R"({"REQUEST_TYPE":"SET_PARAM","NAME":"Device.A","VALUE":"1","COMMIT":false})",
                     R"({"REQUEST_TYPE":"COMMIT"})"));
 }
 
@@ -86,6 +97,8 @@ TEST_F(OstelAppLibRemote, FetchesAnEmptyFile) {
     Ask(peer, "empty");
     EXPECT_EQ(ostelAppLibGetFileRemote(&m_File), RC_SUCCESS);
     EXPECT_EQ(m_File.size, 0U);
+    // With no size to go by, who takes it for a text needs its NUL.
+    EXPECT_STREQ(m_File.value, "");
 }
 
 TEST_F(OstelAppLibRemote, LeavesTheRecordsAloneOnAFailure) {

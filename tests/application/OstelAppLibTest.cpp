@@ -1,12 +1,14 @@
-// The flat interface: records in and out, null everywhere, and the notifications.
-#include "ostelAppLib.h"
-
-#include <cstring>
+// The flat interface's requests: records in and out.
+#include <algorithm>
+#include <atomic>
+#include <functional>
 #include <memory>
 #include <numeric>
 #include <thread>
 
-#include "ApplicationTest.h"
+#include "OstelAppLibTest.h"
+#include "RawPeer.h"
+#include "TOstelDataMapper.h"
 #include "WaitUntil.h"
 
 extern "C" int RunFlatClient(char* report, std::size_t size);
@@ -14,48 +16,6 @@ extern "C" int RunFlatClient(char* report, std::size_t size);
 namespace {
 
 using testing::ElementsAre;
-
-static_assert(sizeof(tOstelAppLibParam) == 512, "name and value");
-static_assert(offsetof(tOstelAppLibParam, value) == 256, "behind the name");
-static_assert(offsetof(tOstelAppLibParamRequest, array) == 512, "behind name and value");
-#ifdef __i386__
-static_assert(sizeof(tOstelAppLibParamArray) == 8, "pointer and count");
-static_assert(offsetof(tOstelAppLibParamRequest, isArray) == 520, "behind the array");
-static_assert(offsetof(tOstelAppLibParamRequest, remote) == 524, "aligned to 4");
-static_assert(sizeof(tOstelAppLibParamRequest) == 780, "up to the remote unit");
-static_assert(offsetof(tOstelAppLibLongParamRequest, remote) == 264, "behind value and size");
-static_assert(sizeof(tOstelAppLibObjectRequest) == 264, "name and array");
-static_assert(sizeof(tOstelAppLibObjectIdsRequest) == 264, "name, ids and count");
-static_assert(sizeof(tOstelAppLibIndexMap) == 264, "name, pairs and count");
-static_assert(sizeof(tOstelAppLibIndexMapRequest) == 8, "maps and count");
-#else
-static_assert(offsetof(tOstelAppLibParamRequest, isArray) == 528, "behind the array");
-static_assert(offsetof(tOstelAppLibParamRequest, remote) == 532, "aligned to 4");
-static_assert(offsetof(tOstelAppLibLongParamRequest, remote) == 268, "behind value and size");
-#endif
-static_assert(sizeof(tOstelAppLibIndexPair) == 8, "two 32-bit numbers");
-
-class OstelAppLib : public ApplicationTest {
-protected:
-    template <typename T>
-    static T Named(const std::string& name) {
-        T request = {};
-        name.copy(request.name, sizeof request.name);
-        return request;
-    }
-
-    static std::string Param(const std::string& name, const std::string& value) {
-        return R"({"NAME":")" + name + R"(","VALUE":")" + value + R"("})";
-    }
-
-    void AnswerParams(const std::string& type, const std::vector<std::string>& params) {
-        std::string text;
-        for (const std::string& param : params) {
-            text += (text.empty() ? "" : ",") + param;
-        }
-        m_Dispatcher.Answer(type, R"({"PARAMS":[)" + text + "]}");
-    }
-};
 
 TEST_F(OstelAppLib, SingleParameterFillsTheValueAndLeavesTheArrayAlone) {
     AnswerParams("GET_PARAM", {Param("Device.One", "1")});
@@ -77,6 +37,7 @@ TEST_F(OstelAppLib, SeveralParametersFillTheArray) {
     EXPECT_EQ(ostelAppLibGetParam(&request), RC_SUCCESS);
     EXPECT_TRUE(request.isArray);
     ASSERT_EQ(request.array.count, 3U);
+    EXPECT_STREQ(request.value, "");
     EXPECT_STREQ(request.array.params[2].name, "C");
     EXPECT_STREQ(request.array.params[2].value, "3");
     AnswerParams("GET_PARAM", {});
@@ -87,56 +48,6 @@ TEST_F(OstelAppLib, SeveralParametersFillTheArray) {
     EXPECT_FALSE(request.isArray);
     EXPECT_EQ(request.array.params, nullptr);
     ostelAppLibReleaseParamRequest(&request);
-}
-
-TEST_F(OstelAppLib, TextsAreCutAt255Characters) {
-    const std::string text(10000, 'x');
-    AnswerParams("GET_PARAM", {Param("A", text)});
-    auto request = Named<tOstelAppLibParamRequest>(text);
-    EXPECT_EQ(ostelAppLibGetParam(&request), RC_SUCCESS);
-    EXPECT_EQ(std::strlen(request.value), 255U);
-    // The field of the name was full to its last byte.
-    EXPECT_EQ(m_Dispatcher.LastText("GET_PARAM"), R"({"NAME":")" + std::string(256, 'x') + R"("})");
-    AnswerParams("GET_PARAM", {Param(text, text), Param("B", "2")});
-    EXPECT_EQ(ostelAppLibGetParam(&request), RC_SUCCESS);
-    EXPECT_EQ(std::strlen(request.array.params[0].name), 255U);
-    EXPECT_EQ(std::strlen(request.array.params[0].value), 255U);
-    ostelAppLibReleaseParamRequest(&request);
-}
-
-TEST_F(OstelAppLib, NullRecordsAreInvalidArguments) {
-    std::uint32_t instance = 0;
-    tOstelAppLibParamArray array = {};
-    tOstelAppLibObjectRequest object = {};
-    for (const tOstelReturnCode code :
-         {ostelAppLibGetParam(nullptr), ostelAppLibSetParam(nullptr, true),
-          ostelAppLibGetParamArray(nullptr), ostelAppLibGetParamArray(&array),
-          ostelAppLibSetParamArray(nullptr, true), ostelAppLibSetParamArray(&array, true),
-          ostelAppLibGetObject(nullptr), ostelAppLibGetObject(&object),
-          ostelAppLibSetObject(nullptr, true), ostelAppLibSetObject(&object, true),
-          ostelAppLibAddObjectInstance(nullptr, &instance),
-          ostelAppLibAddObjectInstance("Device.", nullptr), ostelAppLibDelObjectInstance(nullptr),
-          ostelAppLibGetObjectIds(nullptr), ostelAppLibGetIndexMapping(nullptr),
-          ostelAppLibGetLongParam(nullptr), ostelAppLibSetLongParam(nullptr, true)}) {
-        EXPECT_EQ(code, RC_INVALID_ARGUMENT);
-    }
-    ostelAppLibSendEvent(nullptr, "data");
-    ostelAppLibSendEvent("E", nullptr);
-    EXPECT_EQ(RecordingLog::Texts(2).size(), 2U);
-    EXPECT_TRUE(m_Dispatcher.Requests().empty());
-    ostelAppLibAllocateParamArray(nullptr, 1);
-    ostelAppLibReleaseParamArray(nullptr);
-    ostelAppLibAllocateParamArrayRequest(nullptr, 1);
-    ostelAppLibReleaseParamArrayRequest(nullptr);
-    ostelAppLibReleaseParamRequest(nullptr);
-    ostelAppLibAllocateLongParamRequest(nullptr, 1);
-    ostelAppLibReleaseLongParamRequest(nullptr);
-    ostelAppLibReleaseLongParamRemote(nullptr);
-    ostelAppLibAllocateObjectRequest(nullptr, 1);
-    ostelAppLibReleaseObjectRequest(nullptr);
-    ostelAppLibAllocateObjectIdsRequest(nullptr, 1);
-    ostelAppLibReleaseObjectIdsRequest(nullptr);
-    ostelAppLibReleaseIndexMapRequest(nullptr);
 }
 
 TEST_F(OstelAppLib, ArraysGoOutAndComeBackResized) {
@@ -168,9 +79,7 @@ TEST_F(OstelAppLib, ArraysGoOutAndComeBackResized) {
 
 TEST_F(OstelAppLib, ObjectsInstancesAndIds) {
     auto object = Named<tOstelAppLibObjectRequest>("Device.O.");
-    ostelAppLibAllocateObjectRequest(&object, 1);
-    std::memset(object.params.params, 0, sizeof *object.params.params);
-    std::strcpy(object.params.params[0].name, "P");
+    Fill(object.params, {"P"});
     AnswerParams("GET_OBJECT", {Param("P", "1"), Param("Q", "2")});
     m_Dispatcher.Answer("SET_OBJECT", "{}");
     EXPECT_EQ(ostelAppLibSetObject(&object, false), RC_SUCCESS);
@@ -232,80 +141,245 @@ TEST_F(OstelAppLib, LongValuesHaveAnyLength) {
     ostelAppLibReleaseLongParamRequest(&request);
     EXPECT_EQ(request.value, nullptr);
     EXPECT_EQ(request.size, 0U);
-    EXPECT_EQ(ostelAppLibSetLongParam(&request, true), RC_INVALID_ARGUMENT);
     m_Dispatcher.Answer("GET_LONG_PARAM", "{}");
     EXPECT_EQ(ostelAppLibGetLongParam(&request), RC_SUCCESS);
     EXPECT_EQ(request.size, 1U);
     ostelAppLibReleaseLongParamRemote(&request);
     m_Dispatcher.Answer("GET_LONG_PARAM", "nonsense");
     EXPECT_EQ(ostelAppLibGetLongParam(&request), RC_RUNTIME_ERROR);
-    m_Dispatcher.Answer("GET_LONG_PARAM", "", RC_INVALID_PARAM_NAME);
-    EXPECT_EQ(ostelAppLibGetLongParam(&request), RC_INVALID_PARAM_NAME);
 }
 
-TEST_F(OstelAppLib, ExceptionsBecomeRuntimeErrors) {
+// The buffers before are the caller's own: one that is kept must stay what it is.
+TEST_F(OstelAppLib, ALongValueReadBeforeIsLeftToTheCaller) {
+    m_Dispatcher.Answer("GET_LONG_PARAM", R"({"VALUE":"the first of two long values"})");
     auto request = Named<tOstelAppLibLongParamRequest>("Device.Long");
-    char notUtf8[] = "\xFF";
-    request.value = notUtf8;
-    request.size = sizeof notUtf8;
+    ASSERT_EQ(ostelAppLibGetLongParam(&request), RC_SUCCESS);
+    tOstelAppLibLongParamRequest kept = request;
+    m_Dispatcher.Answer("GET_LONG_PARAM", R"({"VALUE":"and this is the second one of"})");
+    ASSERT_EQ(ostelAppLibGetLongParam(&request), RC_SUCCESS);
+    EXPECT_NE(request.value, kept.value);
+    EXPECT_STREQ(kept.value, "the first of two long values");
+    ostelAppLibReleaseLongParamRequest(&kept);
+    ostelAppLibReleaseLongParamRequest(&request);
+}
+
+// Released maps stay in the record, so that releasing them once more would be the end.
+TEST_F(OstelAppLib, IndexMapsReadBeforeAreLeftToTheCaller) {
+    m_Dispatcher.Answer("GET_INDEX_MAP", R"({"DATA_MODELS":[{"NAME":"A","INDEX_MAP":[{}]}]})");
+    tOstelAppLibIndexMapRequest request = {};
+    ASSERT_EQ(ostelAppLibGetIndexMapping(&request), RC_SUCCESS);
+    tOstelAppLibIndexMapRequest kept = request;
+    ASSERT_EQ(ostelAppLibGetIndexMapping(&request), RC_SUCCESS);
+    EXPECT_NE(request.maps, kept.maps);
+    EXPECT_STREQ(kept.maps[0].name, "A");
+    ostelAppLibReleaseIndexMapRequest(&kept);
+    ostelAppLibReleaseIndexMapRequest(&request);
+    EXPECT_EQ(ostelAppLibGetIndexMapping(&request), RC_SUCCESS);
+    ostelAppLibReleaseIndexMapRequest(&request);
+}
+
+TEST_F(OstelAppLib, ALongValueEndsWithItsNulOrWithItsBuffer) {
+    struct TCase {
+        std::string buffer;
+        std::uint32_t size;
+        std::string sent;
+        bool warned;
+    };
+    const std::vector<TCase> cases{{std::string("abc\0", 4), 4, "abc", false},
+                                   {std::string("abc\0xyz", 7), 7, "abc", false},
+                                   {std::string("abc\0", 4), 100, "abc", false},
+                                   // What GetFileRemote has fetched has no NUL.
+                                   {"abc", 3, "abc", true},
+                                   // An application's own text, whose size it did not tell.
+                                   {std::string("abc\0", 4), 0, "abc", false},
+                                   {std::string(1, '\0'), 0, "", false},
+                                   {std::string(1, '\0'), 1, "", false}};
+    m_Dispatcher.Answer("SET_LONG_PARAM", "{}");
+    for (const TCase& test : cases) {
+        RecordingLog::Clear();
+        std::vector<char> buffer(test.buffer.begin(), test.buffer.end());
+        auto request = Named<tOstelAppLibLongParamRequest>("L");
+        request.value = buffer.data();
+        request.size = test.size;
+        EXPECT_EQ(ostelAppLibSetLongParam(&request, true), RC_SUCCESS);
+        EXPECT_EQ(m_Dispatcher.LastText("SET_LONG_PARAM"),
+                  R"({"NAME":"L","VALUE":")" + test.sent + R"(","COMMIT":true})");
+        EXPECT_EQ(RecordingLog::Count(3, "ostelAppLibSetLongParam: 3 bytes without a NUL"),
+                  test.warned ? 1 : 0);
+    }
+}
+
+TEST_F(OstelAppLib, ABufferOfNoBytesIsAnEmptyLongValue) {
+    m_Dispatcher.Answer("SET_LONG_PARAM", "{}");
+    auto request = Named<tOstelAppLibLongParamRequest>("L");
+    ostelAppLibAllocateLongParamRequest(&request, 0);
+    EXPECT_EQ(ostelAppLibSetLongParam(&request, true), RC_SUCCESS);
+    EXPECT_EQ(m_Dispatcher.LastText("SET_LONG_PARAM"), R"({"NAME":"L","VALUE":"","COMMIT":true})");
+    ostelAppLibReleaseLongParamRequest(&request);
+    EXPECT_EQ(ostelAppLibSetLongParam(&request, true), RC_INVALID_ARGUMENT);
+}
+
+TEST_F(OstelAppLib, EveryWriteSaysWhetherItCommits) {
+    tOstelAppLibParam param = {"P", "1"};
+    tOstelAppLibParamArray array = {&param, 1};
+    auto object = Named<tOstelAppLibObjectRequest>("O.");
+    object.params = array;
+    auto longParam = Named<tOstelAppLibLongParamRequest>("L");
+    longParam.value = param.value;
+    for (const bool commit : {true, false}) {
+        for (const char* type : {"SET_PARAM", "SET_PARAM_ARRAY", "SET_OBJECT", "SET_LONG_PARAM"}) {
+            m_Dispatcher.Answer(type, "{}");
+        }
+        EXPECT_EQ(ostelAppLibSetParam(&param, commit), RC_SUCCESS);
+        EXPECT_EQ(ostelAppLibSetParamArray(&array, commit), RC_SUCCESS);
+        EXPECT_EQ(ostelAppLibSetObject(&object, commit), RC_SUCCESS);
+        EXPECT_EQ(ostelAppLibSetLongParam(&longParam, commit), RC_SUCCESS);
+        const std::string end = commit ? R"("COMMIT":true})" : R"("COMMIT":false})";
+        EXPECT_EQ(m_Dispatcher.LastText("SET_PARAM"), R"({"NAME":"P","VALUE":"1",)" + end);
+        EXPECT_EQ(m_Dispatcher.LastText("SET_PARAM_ARRAY"),
+                  R"({"PARAMS":[{"NAME":"P","VALUE":"1"}],)" + end);
+        EXPECT_EQ(m_Dispatcher.LastText("SET_OBJECT"),
+                  R"({"PARAMS":[{"NAME":"P","VALUE":"1"}],"ROOT":"O.",)" + end);
+        EXPECT_EQ(m_Dispatcher.LastText("SET_LONG_PARAM"), R"({"NAME":"L","VALUE":"1",)" + end);
+    }
+}
+
+// The platform's code is put into the common terms here, and nowhere else.
+TEST_F(OstelAppLib, CommitTellsTheMappedCode) {
+    for (const int code : {0, 1, 3, 8, 9, -5}) {
+        m_Dispatcher.Answer("COMMIT", "{}", code);
+        EXPECT_EQ(ostelAppLibCommit(), TOstelDataMapper::MapRcPltToCmn(code)) << code;
+        EXPECT_EQ(m_Dispatcher.LastText("COMMIT"), "{}");
+    }
+    m_Dispatcher.Answer("COMMIT", "{}", 8);
+    EXPECT_EQ(ostelAppLibCommit(), RC_NOT_SUPPORTED);
+}
+
+TEST_F(OstelAppLib, EveryOtherRequestPassesTheCodeOnAndLeavesItsRecordAlone) {
+    auto request = Named<tOstelAppLibParamRequest>("P");
+    tOstelAppLibParamArray array = {};
+    Fill(array, {"P"});
+    auto object = Named<tOstelAppLibObjectRequest>("O.");
+    Fill(object.params, {"P"});
+    auto ids = Named<tOstelAppLibObjectIdsRequest>("O.");
+    ostelAppLibAllocateObjectIdsRequest(&ids, 3);
+    tOstelAppLibIndexMapRequest maps = {nullptr, 7};
+    auto longParam = Named<tOstelAppLibLongParamRequest>("L");
+    ostelAppLibAllocateLongParamRequest(&longParam, 0);
+    std::uint32_t instance = 7;
+    const std::string full =
+        R"({"PARAMS":[{"NAME":"X"},{"NAME":"Y"}],"IDS":[1,2],"ID":9,"VALUE":"new",)"
+        R"("DATA_MODELS":[{"NAME":"X"}]})";
+    const std::vector<std::pair<const char*, std::function<tOstelReturnCode()>>> cases{
+        {"GET_PARAM", [&] { return ostelAppLibGetParam(&request); }},
+        {"SET_PARAM", [&] { return ostelAppLibSetParam(array.params, true); }},
+        {"GET_PARAM_ARRAY", [&] { return ostelAppLibGetParamArray(&array); }},
+        {"SET_PARAM_ARRAY", [&] { return ostelAppLibSetParamArray(&array, true); }},
+        {"GET_OBJECT", [&] { return ostelAppLibGetObject(&object); }},
+        {"SET_OBJECT", [&] { return ostelAppLibSetObject(&object, true); }},
+        {"ADD_OBJECT_INSTANCE", [&] { return ostelAppLibAddObjectInstance("O.", &instance); }},
+        {"DELETE_OBJECT_INSTANCE", [&] { return ostelAppLibDelObjectInstance("O.1."); }},
+        {"GET_OBJECT_INSTANCES", [&] { return ostelAppLibGetObjectIds(&ids); }},
+        {"GET_INDEX_MAP", [&] { return ostelAppLibGetIndexMapping(&maps); }},
+        {"GET_LONG_PARAM", [&] { return ostelAppLibGetLongParam(&longParam); }},
+        {"SET_LONG_PARAM", [&] { return ostelAppLibSetLongParam(&longParam, true); }}};
+    for (const auto& [type, ask] : cases) {
+        for (const int code : {1, 7, -1, 1000}) {
+            m_Dispatcher.Answer(type, full, code);
+            EXPECT_EQ(ask(), code) << type;
+        }
+    }
+    EXPECT_FALSE(request.isArray);
+    EXPECT_EQ(request.array.params, nullptr);
+    ASSERT_EQ(array.count, 1U);
+    EXPECT_STREQ(array.params[0].name, "P");
+    ASSERT_EQ(object.params.count, 1U);
+    EXPECT_STREQ(object.params.params[0].name, "P");
+    EXPECT_EQ(ids.count, 3U);
+    EXPECT_EQ(maps.count, 7U);
+    EXPECT_EQ(longParam.size, 0U);
+    EXPECT_EQ(instance, 7U);
+    ostelAppLibReleaseParamArray(&array);
+    ostelAppLibReleaseObjectRequest(&object);
+    ostelAppLibReleaseObjectIdsRequest(&ids);
+    ostelAppLibReleaseLongParamRequest(&longParam);
+}
+
+TEST_F(OstelAppLib, WhatIsThrownInsideIsLoggedAndARuntimeError) {
+    auto request = Named<tOstelAppLibLongParamRequest>("L");
+    m_Dispatcher.Answer("GET_LONG_PARAM", "");
+    EXPECT_EQ(ostelAppLibGetLongParam(&request), RC_RUNTIME_ERROR);
+    EXPECT_THAT(RecordingLog::Texts(2), ElementsAre("The reply is empty"));
+    EXPECT_EQ(request.value, nullptr);
+}
+
+TEST_F(OstelAppLib, LongValuesAreRuntimeErrorsWithoutABus) {
+    auto request = Named<tOstelAppLibLongParamRequest>("L");
+    char value[] = "1";
+    request.value = value;
     m_Bus.Kill();
+    // The first of them may still be answered, by the loss of the bus.
     ASSERT_TRUE(
         WaitUntil([&] { return ostelAppLibSetLongParam(&request, true) == RC_RUNTIME_ERROR; }));
-    EXPECT_FALSE(RecordingLog::Texts(2).empty());
+    EXPECT_EQ(ostelAppLibGetLongParam(&request), RC_RUNTIME_ERROR);
+    EXPECT_EQ(request.value, value);
 }
 
-using tCallbacks = std::vector<std::string>;
-tCallbacks callbacks;
+TEST_F(OstelAppLib, ArraysMayBeEmptyAndLargeButNotEndless) {
+    m_Dispatcher.Answer("SET_PARAM_ARRAY", "{}");
+    tOstelAppLibParamArray array = {};
+    ostelAppLibAllocateParamArray(&array, 0);
+    EXPECT_EQ(ostelAppLibSetParamArray(&array, false), RC_SUCCESS);
+    EXPECT_EQ(m_Dispatcher.LastText("SET_PARAM_ARRAY"), R"({"PARAMS":[],"COMMIT":false})");
+    ostelAppLibAllocateParamArray(&array, 100000);
+    std::fill_n(array.params, array.count, tOstelAppLibParam{"N", "V"});
+    EXPECT_EQ(ostelAppLibSetParamArray(&array, false), RC_SUCCESS);
+    const std::string text = m_Dispatcher.LastText("SET_PARAM_ARRAY");
+    EXPECT_EQ(std::count(text.begin(), text.end(), 'V'), 200000);
 
-void OnDevice(tOstelAppClientDeviceState state, const char* mac, const char* host) {
-    callbacks.push_back(std::to_string(state) + " " + mac + " " + host);
-}
-void OnChange(const char* name, const char* value) {
-    callbacks.push_back(std::string(name) + "=" + value);
-}
-void OnUpdate(const char* url) {
-    callbacks.push_back(std::string("url:") + url);
-}
-void UnsubscribeItself(const char*, const char*) {
-    callbacks.emplace_back("once");
-    ostelAppLibUnsubscribe();
-}
-
-TEST_F(OstelAppLib, NotificationsReachTheirCallbacks) {
-    EXPECT_EQ(ostelAppLibInit(OSTEL_KTA), RC_SUCCESS);
-    ostelAppLibSubscribe(OnDevice, OnChange, OnUpdate);
-    m_App.OnEvent("EVENT_TYPE_CLIENT_RECONNECTED", R"({"MAC_ADDRESS":"m","HOST_NAME":"h"})");
-    m_App.OnEvent("EVENT_TYPE_PARAM_CHANGED", R"({"DATA_MODEL_NAME":"A","DATA_MODEL_VALUE":"1"})");
-    m_App.OnEvent("EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT", R"({"URL":"http://u"})");
-    // The URL itself is read as a document once more, and only a document has an address in it.
-    m_App.OnEvent("EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT", R"({"URL":"{\"URL\":\"inner\"}"})");
-    EXPECT_THAT(callbacks, ElementsAre("1 m h", "A=1", "url:", "url:inner"));
-    m_App.NotifyCpeClientStateObservers(
-        static_cast<IOstelCpeClientStateObserver::TOstelCpeClientState>(5), "m", "h");
-    m_App.NotifyObservers("OTHER", "{}");
-    ostelAppLibUnsubscribe();
-    m_App.OnEvent("EVENT_TYPE_PARAM_CHANGED", "{}");
-    ostelAppLibSubscribe(nullptr, nullptr, nullptr);
-    m_App.OnEvent("EVENT_TYPE_PARAM_CHANGED", "{}");
-    ostelAppLibSubscribe(nullptr, OnChange, nullptr);
-    EXPECT_EQ(ostelAppLibTerm(), RC_SUCCESS);
-    m_App.OnEvent("EVENT_TYPE_PARAM_CHANGED", "{}");
-    EXPECT_EQ(callbacks.size(), 4U);
+    const std::size_t before = m_Dispatcher.Requests().size();
+    auto object = Named<tOstelAppLibObjectRequest>("O.");
+    object.params = {array.params, 4294967295U};
+    EXPECT_EQ(ostelAppLibGetParamArray(&object.params), RC_RUNTIME_ERROR);
+    EXPECT_EQ(ostelAppLibSetParamArray(&object.params, true), RC_RUNTIME_ERROR);
+    EXPECT_EQ(ostelAppLibGetObject(&object), RC_RUNTIME_ERROR);
+    EXPECT_EQ(ostelAppLibSetObject(&object, true), RC_RUNTIME_ERROR);
+    EXPECT_EQ(RecordingLog::Count(2, "No message holds 4294967295 parameters"), 4);
+    EXPECT_EQ(m_Dispatcher.Requests().size(), before);
+    EXPECT_EQ(object.params.params, array.params);
+    ostelAppLibReleaseParamArray(&array);
 }
 
-TEST_F(OstelAppLib, ACallbackMayUnsubscribeWhileEventsArrive) {
-    ostelAppLibInit(OSTEL_KTA);
-    ostelAppLibSubscribe(nullptr, UnsubscribeItself, nullptr);
-    std::thread other([&] {
-        for (int i = 0; i < 100; ++i) {
-            m_App.OnEvent("EVENT_TYPE_PARAM_CHANGED", "{}");
-        }
-    });
-    for (int i = 0; i < 100; ++i) {
-        m_App.OnEvent("EVENT_TYPE_PARAM_CHANGED", "{}");
+TEST_F(OstelAppLib, SendsEventsToEveryApplication) {
+    const RawPeer witness;
+    ostelAppLibSendEvent("APP_EVENT_TYPE_SOFTWARE_UPDATER_DONE", "data");
+    ASSERT_TRUE(witness.WaitForMember("APP_EVENT_TYPE_SOFTWARE_UPDATER_DONE"));
+    const RawPeer::TMessage event = witness.Received().back();
+    EXPECT_EQ(event.type, DBUS_MESSAGE_TYPE_SIGNAL);
+    EXPECT_EQ(event.text, "data");
+}
+
+TEST_F(OstelAppLib, AnEventWithoutNameOrDataIsLoggedAndNotSent) {
+    const RawPeer witness;
+    ostelAppLibSendEvent(nullptr, "data");
+    ostelAppLibSendEvent("NULL_DATA", nullptr);
+    const std::string line = "ostelAppLibSendEvent: the event name or data is NULL";
+    EXPECT_THAT(RecordingLog::Texts(2), ElementsAre(line, line));
+    ostelAppLibSendEvent("AFTER", "");
+    ASSERT_TRUE(witness.WaitForMember("AFTER"));
+    for (const RawPeer::TMessage& message : witness.Received()) {
+        EXPECT_NE(message.member, "NULL_DATA");
     }
-    other.join();
-    EXPECT_THAT(callbacks, ElementsAre("once"));
+}
+
+TEST_F(OstelAppLib, RequestsWorkAfterTheTerm) {
+    EXPECT_EQ(ostelAppLibTerm(), RC_SUCCESS);
+    EXPECT_EQ(ostelAppLibTerm(), RC_SUCCESS);
+    AnswerParams("GET_PARAM", {Param("Device.One", "1")});
+    auto request = Named<tOstelAppLibParamRequest>("Device.One");
+    EXPECT_EQ(ostelAppLibGetParam(&request), RC_SUCCESS);
+    EXPECT_STREQ(request.value, "1");
+    EXPECT_EQ(ostelAppLibInit(OSTEL_KTA), RC_SUCCESS);
 }
 
 TEST_F(OstelAppLib, SetsTheLogLevel) {
@@ -350,66 +424,6 @@ TEST(OstelAppLibAlone, FailsWithCodesBeforeInit) {
     EXPECT_EQ(ostelAppLibCommit(), RC_FAILURE);
     EXPECT_EQ(ostelAppLibInit(OSTEL_KTA), RC_RUNTIME_ERROR);
     EXPECT_EQ(ostelAppLibTerm(), RC_SUCCESS);
-}
-
-TEST(OstelAppLibAlone, WhatCannotBeAllocatedLeavesTheRecordEmpty) {
-    tOstelAppLibParamArray array = {};
-    ostelAppLibAllocateParamArray(&array, 3);
-    ostelAppLibAllocateParamArray(&array, 0);
-    EXPECT_EQ(array.count, 0U);
-    ostelAppLibAllocateParamArray(&array, 100000);
-    EXPECT_EQ(array.count, 100000U);
-    ostelAppLibReleaseParamArray(&array);
-#ifdef __i386__
-    ostelAppLibAllocateParamArray(&array, 4294967295U);
-    EXPECT_EQ(array.params, nullptr);
-    EXPECT_EQ(array.count, 0U);
-#endif
-}
-
-TEST(PatternMatch, LetsTheFirstStarStandForOneSegment) {
-    int index = -1;
-    EXPECT_TRUE(
-        patternMatch("Device.IP.Interface.*.Enable", "Device.IP.Interface.3.Enable", &index));
-    EXPECT_EQ(index, 3);
-    EXPECT_FALSE(
-        patternMatch("Device.IP.Interface.*.Enable", "Device.IP.Interface.3.Status", &index));
-    EXPECT_FALSE(patternMatch("A.*.B", "A.1.2.B", nullptr));
-    // A later star is an ordinary character.
-    EXPECT_TRUE(patternMatch("A.*.B.*.C", "A.1.B.*.C", &index));
-    EXPECT_FALSE(patternMatch("A.*.B.*.C", "A.1.B.2.C", &index));
-    EXPECT_TRUE(patternMatch("*.B", "7.B", &index));
-    EXPECT_EQ(index, 7);
-}
-
-TEST(PatternMatch, ReadsTheSegmentAsStoiDoes) {
-    int index = 0;
-    EXPECT_TRUE(patternMatch("A.*.B", "A. -12x.B", &index));
-    EXPECT_EQ(index, -12);
-    EXPECT_TRUE(patternMatch("A.*.B", "A..B", nullptr));
-    EXPECT_TRUE(patternMatch("A.*.B", "A.x.B", nullptr));
-    try {
-        patternMatch("A.*.B", "A..B", &index);
-        FAIL() << "nothing was thrown";
-    } catch (const std::invalid_argument& error) {
-        EXPECT_STREQ(error.what(), "stoi");
-    }
-    EXPECT_THROW(patternMatch("A.*.B", "A.99999999999.B", &index), std::out_of_range);
-}
-
-TEST(PatternMatch, FailsWithoutAStarOrWithoutAPointBehindIt) {
-    EXPECT_THROW(patternMatch("A.1.B", "A.1.B", nullptr), std::out_of_range);
-    EXPECT_THROW(patternMatch("A.*.B", "A.1", nullptr), std::out_of_range);
-    EXPECT_THROW(patternMatch("A.*.B", "A", nullptr), std::out_of_range);
-    EXPECT_THROW(patternMatch("A.*", "A.1", nullptr), std::out_of_range);
-    EXPECT_THROW(patternMatch("", "", nullptr), std::out_of_range);
-}
-
-TEST(PatternMatch, CollectsIndicesWithoutClearing) {
-    std::vector<int> indices = {9};
-    getWildcardIndices("A.*.B", {"A.1.B", "A.2.C", "A.7.B"}, indices);
-    EXPECT_THAT(indices, ElementsAre(9, 1, 7));
-    EXPECT_THROW(getWildcardIndices("A.*.B", {"A.1.B", "no point"}, indices), std::out_of_range);
 }
 
 }  // namespace

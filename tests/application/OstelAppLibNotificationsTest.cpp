@@ -1,0 +1,135 @@
+// The flat interface's three callbacks.
+#include <chrono>
+#include <future>
+#include <thread>
+
+#include "OstelAppLibTest.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+using tCallbacks = std::vector<std::string>;
+tCallbacks callbacks;
+
+void OnDevice(tOstelAppClientDeviceState state, const char* mac, const char* host) {
+    callbacks.push_back(std::to_string(state) + " " + mac + " " + host);
+}
+void OnChange(const char* name, const char* value) {
+    callbacks.push_back(std::string(name) + "=" + value);
+}
+void OnUpdate(const char* url) {
+    callbacks.push_back(std::string("url:") + url);
+}
+void UnsubscribeItself(const char*, const char*) {
+    callbacks.emplace_back("once");
+    ostelAppLibUnsubscribe();
+}
+
+class OstelAppLibNotifications : public OstelAppLib {
+protected:
+    ~OstelAppLibNotifications() override {
+        ostelAppLibUnsubscribe();
+        ostelAppLibTerm();
+    }
+};
+
+TEST_F(OstelAppLibNotifications, NotificationsReachTheirCallbacks) {
+    EXPECT_EQ(ostelAppLibInit(OSTEL_KTA), RC_SUCCESS);
+    ostelAppLibSubscribe(OnDevice, OnChange, OnUpdate);
+    m_App.OnEvent("EVENT_TYPE_CLIENT_RECONNECTED", R"({"MAC_ADDRESS":"m","HOST_NAME":"h"})");
+    m_App.OnEvent("EVENT_TYPE_PARAM_CHANGED", R"({"DATA_MODEL_NAME":"A","DATA_MODEL_VALUE":"1"})");
+    m_App.OnEvent("EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT", R"({"URL":"http://u"})");
+    // The URL itself is read as a document once more, and only a document has an address in it.
+    m_App.OnEvent("EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT", R"({"URL":"{\"URL\":\"inner\"}"})");
+    EXPECT_THAT(callbacks, ElementsAre("1 m h", "A=1", "url:", "url:inner"));
+    m_App.NotifyObservers("OTHER", "{}");
+    ostelAppLibUnsubscribe();
+    m_App.OnEvent("EVENT_TYPE_PARAM_CHANGED", "{}");
+    ostelAppLibSubscribe(nullptr, nullptr, nullptr);
+    m_App.OnEvent("EVENT_TYPE_PARAM_CHANGED", "{}");
+    ostelAppLibSubscribe(nullptr, OnChange, nullptr);
+    EXPECT_EQ(ostelAppLibTerm(), RC_SUCCESS);
+    m_App.OnEvent("EVENT_TYPE_PARAM_CHANGED", "{}");
+    EXPECT_EQ(callbacks.size(), 4U);
+}
+
+TEST_F(OstelAppLibNotifications, ClientDevicesHaveFiveStatesAndNoMore) {
+    ASSERT_EQ(ostelAppLibInit(OSTEL_KTA), RC_SUCCESS);
+    ostelAppLibSubscribe(OnDevice, nullptr, nullptr);
+    for (const char* name : {"EVENT_TYPE_CLIENT_CONNECTED", "EVENT_TYPE_CLIENT_RECONNECTED",
+                             "EVENT_TYPE_CLIENT_DISCONNECTED", "EVENT_TYPE_CLIENT_UNAUTH_ATTEMPT",
+                             "EVENT_TYPE_CLIENT_BLOCKED_ATTEMPT"}) {
+        m_App.OnEvent(name, R"({"MAC_ADDRESS":"m","HOST_NAME":"h"})");
+    }
+    // The greatest values that the enumeration can hold.
+    for (const int state : {5, 6, 7}) {
+        m_App.NotifyCpeClientStateObservers(
+            static_cast<IOstelCpeClientStateObserver::TOstelCpeClientState>(state), "m", "h");
+    }
+    EXPECT_THAT(callbacks, ElementsAre("0 m h", "1 m h", "2 m h", "3 m h", "4 m h"));
+    static_assert(CLIENT_DEVICE_CONNECTED == 0 && CLIENT_DEVICE_RECONNECTED == 1 &&
+                      CLIENT_DEVICE_DISCONNECTED == 2 && CLIENT_DEVICE_UNAUTH_ATTEMPT == 3 &&
+                      CLIENT_DEVICE_BLOCKED_ATTEMPT == 4,
+                  "the values that callbacks are given");
+}
+
+// Holds the callback that is under way until the test lets it go.
+struct TGate {
+    std::promise<void> entered;
+    std::promise<void> opened;
+};
+TGate* gate = nullptr;
+
+void WaitAtTheGate(const char*, const char*) {
+    gate->entered.set_value();
+    gate->opened.get_future().wait();
+    callbacks.emplace_back("ended");
+}
+
+class OstelAppLibSubscription : public OstelAppLibNotifications,
+                                public testing::WithParamInterface<bool> {};
+
+// A callback's code may be unloaded, or what it uses be destroyed, once the call has returned.
+TEST_P(OstelAppLibSubscription, IsNotChangedBeforeTheCallbackUnderWayHasEnded) {
+    TGate here;
+    gate = &here;
+    ASSERT_EQ(ostelAppLibInit(OSTEL_KTA), RC_SUCCESS);
+    ostelAppLibSubscribe(nullptr, WaitAtTheGate, nullptr);
+    auto event =
+        std::async(std::launch::async, [&] { m_App.OnEvent("EVENT_TYPE_PARAM_CHANGED", "{}"); });
+    here.entered.get_future().wait();
+    auto change = std::async(std::launch::async, [] {
+        if (GetParam()) {
+            ostelAppLibUnsubscribe();
+        } else {
+            ostelAppLibSubscribe(OnDevice, nullptr, OnUpdate);
+        }
+        return callbacks;
+    });
+    EXPECT_EQ(change.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+    here.opened.set_value();
+    EXPECT_THAT(change.get(), ElementsAre("ended"));
+    event.get();
+    m_App.OnEvent("EVENT_TYPE_PARAM_CHANGED", "{}");
+    EXPECT_THAT(callbacks, ElementsAre("ended"));
+}
+
+INSTANTIATE_TEST_SUITE_P(ByEither, OstelAppLibSubscription, testing::Bool());
+
+TEST_F(OstelAppLibNotifications, ACallbackMayUnsubscribeWhileEventsArrive) {
+    ostelAppLibInit(OSTEL_KTA);
+    ostelAppLibSubscribe(nullptr, UnsubscribeItself, nullptr);
+    std::thread other([&] {
+        for (int i = 0; i < 100; ++i) {
+            m_App.OnEvent("EVENT_TYPE_PARAM_CHANGED", "{}");
+        }
+    });
+    for (int i = 0; i < 100; ++i) {
+        m_App.OnEvent("EVENT_TYPE_PARAM_CHANGED", "{}");
+    }
+    other.join();
+    EXPECT_THAT(callbacks, ElementsAre("once"));
+}
+
+}  // namespace

@@ -1,0 +1,174 @@
+// The flat interface's records: their layout, their texts and what is allocated in them.
+#include <algorithm>
+#include <iterator>
+
+#include "OstelAppLibTest.h"
+
+namespace {
+
+static_assert(sizeof(tOstelAppLibParam) == 512, "name and value");
+static_assert(offsetof(tOstelAppLibParam, value) == 256, "behind the name");
+static_assert(offsetof(tOstelAppLibParamRequest, array) == 512, "behind name and value");
+#ifdef __i386__
+static_assert(sizeof(tOstelAppLibParamArray) == 8, "pointer and count");
+static_assert(offsetof(tOstelAppLibParamRequest, isArray) == 520, "behind the array");
+static_assert(offsetof(tOstelAppLibParamRequest, remote) == 524, "aligned to 4");
+static_assert(sizeof(tOstelAppLibParamRequest) == 780, "up to the remote unit");
+static_assert(offsetof(tOstelAppLibLongParamRequest, remote) == 264, "behind value and size");
+static_assert(sizeof(tOstelAppLibObjectRequest) == 264, "name and array");
+static_assert(sizeof(tOstelAppLibObjectIdsRequest) == 264, "name, ids and count");
+static_assert(sizeof(tOstelAppLibIndexMap) == 264, "name, pairs and count");
+static_assert(sizeof(tOstelAppLibIndexMapRequest) == 8, "maps and count");
+#else
+static_assert(offsetof(tOstelAppLibParamRequest, isArray) == 528, "behind the array");
+static_assert(offsetof(tOstelAppLibParamRequest, remote) == 532, "aligned to 4");
+static_assert(offsetof(tOstelAppLibLongParamRequest, remote) == 268, "behind value and size");
+#endif
+static_assert(sizeof(tOstelAppLibIndexPair) == 8, "two 32-bit numbers");
+
+class OstelAppLibRecords : public OstelAppLib {};
+
+TEST_F(OstelAppLibRecords, TextsAreCutAt255Characters) {
+    for (const std::size_t length :
+         {std::size_t{254}, std::size_t{255}, std::size_t{256}, std::size_t{10000}}) {
+        const std::string text(length, 'x');
+        const std::string cut = text.substr(0, 255);
+        AnswerParams("GET_PARAM", {Param("A", text)});
+        auto request = Named<tOstelAppLibParamRequest>("A");
+        EXPECT_EQ(ostelAppLibGetParam(&request), RC_SUCCESS);
+        EXPECT_EQ(request.value, cut);
+        AnswerParams("GET_PARAM", {Param(text, text), Param("B", "2")});
+        EXPECT_EQ(ostelAppLibGetParam(&request), RC_SUCCESS);
+        EXPECT_EQ(request.array.params[0].name, cut);
+        EXPECT_EQ(request.array.params[0].value, cut);
+        ostelAppLibReleaseParamRequest(&request);
+    }
+}
+
+TEST_F(OstelAppLibRecords, AFieldMayBeFullToItsLastByte) {
+    m_Dispatcher.Answer("GET_PARAM", "{}");
+    auto request = Named<tOstelAppLibParamRequest>(std::string(300, 'x'));
+    EXPECT_EQ(ostelAppLibGetParam(&request), RC_SUCCESS);
+    EXPECT_EQ(m_Dispatcher.LastText("GET_PARAM"), R"({"NAME":")" + std::string(256, 'x') + R"("})");
+    ostelAppLibReleaseParamRequest(&request);
+}
+
+// An application passes its records on, to other processes, too.
+TEST_F(OstelAppLibRecords, NoStaleMemoryStandsBehindATextInAnArray) {
+    AnswerParams("GET_PARAM", {Param("A", "1"), Param("B", "2")});
+    auto request = Named<tOstelAppLibParamRequest>("Device.");
+    // What is released here is what the two elements are likely to be made of.
+    ostelAppLibAllocateParamArray(&request.array, 2);
+    std::memset(request.array.params, 'x', 2 * sizeof *request.array.params);
+    ostelAppLibReleaseParamRequest(&request);
+    ASSERT_EQ(ostelAppLibGetParam(&request), RC_SUCCESS);
+    for (std::uint32_t i = 0; i < request.array.count; ++i) {
+        const tOstelAppLibParam& param = request.array.params[i];
+        EXPECT_EQ(std::count(std::begin(param.name), std::end(param.name), '\0'), 255);
+        EXPECT_EQ(std::count(std::begin(param.value), std::end(param.value), '\0'), 255);
+    }
+    ostelAppLibReleaseParamRequest(&request);
+}
+
+TEST_F(OstelAppLibRecords, NullRecordsAreInvalidArguments) {
+    std::uint32_t instance = 0;
+    tOstelAppLibParamArray array = {};
+    tOstelAppLibObjectRequest object = {};
+    tOstelAppLibLongParamRequest longParam = {};
+    longParam.size = 1;
+    for (const tOstelReturnCode code :
+         {ostelAppLibGetParam(nullptr), ostelAppLibSetParam(nullptr, true),
+          ostelAppLibGetParamArray(nullptr), ostelAppLibGetParamArray(&array),
+          ostelAppLibSetParamArray(nullptr, true), ostelAppLibSetParamArray(&array, true),
+          ostelAppLibGetObject(nullptr), ostelAppLibGetObject(&object),
+          ostelAppLibSetObject(nullptr, true), ostelAppLibSetObject(&object, true),
+          ostelAppLibAddObjectInstance(nullptr, &instance),
+          ostelAppLibAddObjectInstance("Device.", nullptr), ostelAppLibDelObjectInstance(nullptr),
+          ostelAppLibGetObjectIds(nullptr), ostelAppLibGetIndexMapping(nullptr),
+          ostelAppLibGetLongParam(nullptr), ostelAppLibSetLongParam(nullptr, true),
+          ostelAppLibSetLongParam(&longParam, true)}) {
+        EXPECT_EQ(code, RC_INVALID_ARGUMENT);
+    }
+    EXPECT_TRUE(m_Dispatcher.Requests().empty());
+    ostelAppLibAllocateParamArray(nullptr, 1);
+    ostelAppLibReleaseParamArray(nullptr);
+    ostelAppLibAllocateParamArrayRequest(nullptr, 1);
+    ostelAppLibReleaseParamArrayRequest(nullptr);
+    ostelAppLibReleaseParamRequest(nullptr);
+    ostelAppLibAllocateLongParamRequest(nullptr, 1);
+    ostelAppLibReleaseLongParamRequest(nullptr);
+    ostelAppLibReleaseLongParamRemote(nullptr);
+    ostelAppLibAllocateObjectRequest(nullptr, 1);
+    ostelAppLibReleaseObjectRequest(nullptr);
+    ostelAppLibAllocateObjectIdsRequest(nullptr, 1);
+    ostelAppLibReleaseObjectIdsRequest(nullptr);
+    ostelAppLibReleaseIndexMapRequest(nullptr);
+}
+
+// Whatever a record has in it, under the names of the fields that hold it.
+template <typename Record, typename Array, typename Count>
+void ExpectAllocation(Array Record::*array, Count Record::*count,
+                      void (*allocate)(Record*, std::uint32_t), void (*release)(Record*)) {
+    Record record = {};
+    for (const std::uint32_t wanted : {3U, 1U, 0U, 100000U}) {
+        // What was there before is released: the leak checker would tell.
+        allocate(&record, wanted);
+        ASSERT_NE(record.*array, nullptr);
+        ASSERT_EQ(record.*count, wanted);
+        std::fill_n(record.*array, wanted, std::remove_pointer_t<Array>{});
+    }
+    for (int times = 0; times < 2; ++times) {
+        release(&record);
+        EXPECT_EQ(record.*array, nullptr);
+        EXPECT_EQ(record.*count, 0U);
+    }
+}
+
+TEST(OstelAppLibAllocation, ReplacesTheArrayAndReleasesItMoreThanOnce) {
+    ExpectAllocation(&tOstelAppLibParamArray::params, &tOstelAppLibParamArray::count,
+                     ostelAppLibAllocateParamArray, ostelAppLibReleaseParamArray);
+    ExpectAllocation(&tOstelAppLibParamArray::params, &tOstelAppLibParamArray::count,
+                     ostelAppLibAllocateParamArrayRequest, ostelAppLibReleaseParamArrayRequest);
+    ExpectAllocation(&tOstelAppLibLongParamRequest::value, &tOstelAppLibLongParamRequest::size,
+                     ostelAppLibAllocateLongParamRequest, ostelAppLibReleaseLongParamRequest);
+    ExpectAllocation(&tOstelAppLibLongParamRequest::value, &tOstelAppLibLongParamRequest::size,
+                     ostelAppLibAllocateLongParamRequest, ostelAppLibReleaseLongParamRemote);
+    ExpectAllocation(&tOstelAppLibObjectIdsRequest::ids, &tOstelAppLibObjectIdsRequest::count,
+                     ostelAppLibAllocateObjectIdsRequest, ostelAppLibReleaseObjectIdsRequest);
+}
+
+TEST(OstelAppLibAllocation, IsOfTheParametersInAnObject) {
+    tOstelAppLibObjectRequest request = {};
+    for (const std::uint32_t wanted : {3U, 1U}) {
+        ostelAppLibAllocateObjectRequest(&request, wanted);
+        ASSERT_NE(request.params.params, nullptr);
+        EXPECT_EQ(request.params.count, wanted);
+        request.params.params[wanted - 1] = {};
+    }
+    for (int times = 0; times < 2; ++times) {
+        ostelAppLibReleaseObjectRequest(&request);
+        EXPECT_EQ(request.params.params, nullptr);
+        EXPECT_EQ(request.params.count, 0U);
+    }
+}
+
+#ifdef __i386__
+TEST(OstelAppLibAllocation, LeavesTheRecordEmptyWhenThereIsNoMemory) {
+    tOstelAppLibParamArray array = {};
+    ostelAppLibAllocateParamArray(&array, 3);
+    ostelAppLibAllocateParamArray(&array, 4294967295U);
+    EXPECT_EQ(array.params, nullptr);
+    EXPECT_EQ(array.count, 0U);
+    tOstelAppLibLongParamRequest request = {};
+    ostelAppLibAllocateLongParamRequest(&request, 3);
+    ostelAppLibAllocateLongParamRequest(&request, 4294967295U);
+    EXPECT_EQ(request.value, nullptr);
+    EXPECT_EQ(request.size, 0U);
+    tOstelAppLibObjectIdsRequest ids = {};
+    ostelAppLibAllocateObjectIdsRequest(&ids, 4294967295U);
+    EXPECT_EQ(ids.ids, nullptr);
+    EXPECT_EQ(ids.count, 0U);
+}
+#endif
+
+}  // namespace
