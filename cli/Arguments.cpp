@@ -1,6 +1,7 @@
 #include "Arguments.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -15,7 +16,7 @@ std::optional<TParams> Assignments(const std::vector<std::string>& arguments) {
     for (const std::string& argument : arguments) {
         const std::size_t equals = argument.find('=');
         if (equals == std::string::npos || equals == 0) {
-            Output::Fail(argument + " is not NAME=VALUE", RC_INVALID_ARGUMENT);
+            Output::Complain(argument + " is not NAME=VALUE");
             return std::nullopt;
         }
         params.push_back({argument.substr(0, equals), argument.substr(equals + 1)});
@@ -27,6 +28,11 @@ std::optional<std::string> ReadAll(const std::string& file) {
     std::ostringstream text;
     if (file == "-") {
         text << std::cin.rdbuf();
+        // The stream takes a failure for the end.
+        if (std::ferror(stdin) != 0) {
+            Output::Complain("standard input cannot be read");
+            return std::nullopt;
+        }
         return text.str();
     }
     errno = 0;

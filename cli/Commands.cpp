@@ -16,6 +16,7 @@ namespace {
 
 using Arguments::TParams;
 
+constexpr int NOT_ACTIVE = 1;
 constexpr int CLIENT_COUNT = OSTEL_DATA_PROBER + 1;
 
 TOstelApplication& Application() {
@@ -26,6 +27,14 @@ bool IsActive(const std::string& name) {
     bool active = false;
     Application().IsAppActive(name, active);
     return active;
+}
+
+std::string Names(const TParams& params) {
+    std::string names;
+    for (const auto& param : params) {
+        names += (names.empty() ? "" : ", ") + param.name;
+    }
+    return names;
 }
 
 }  // namespace
@@ -51,19 +60,15 @@ int Get(const std::vector<std::string>& names, bool json) {
 int Set(const std::vector<std::string>& assignments, bool commit, bool json) {
     const std::optional<TParams> given = Arguments::Assignments(assignments);
     if (!given) {
-        return RC_INVALID_ARGUMENT;
+        return Output::USAGE_ERROR;
     }
-    const TParams& params = *given;
-    for (std::size_t i = 0; i < params.size(); ++i) {
-        const bool isLast = i + 1 == params.size();
-        const tOstelReturnCode code =
-            Application().SetParam(params[i].name, params[i].value, commit && isLast);
-        if (code != RC_SUCCESS) {
-            if (i > 0) {
-                Output::Complain(std::to_string(i) + " earlier values are staged, not committed");
-            }
-            return Output::Fail(params[i].name, code);
-        }
+    // A single one goes the way that every data-model service knows.
+    const bool isSingle = given->size() == 1;
+    const tOstelReturnCode code =
+        isSingle ? Application().SetParam(given->front().name, given->front().value, commit)
+                 : Application().SetParamArray(*given, commit);
+    if (code != RC_SUCCESS) {
+        return Output::Fail(Names(*given) + (isSingle ? "" : ": none is written"), code);
     }
     Output::PrintOk(json);
     return 0;
@@ -113,6 +118,24 @@ int Apps(bool json) {
         Output::Print(document);
     }
     return 0;
+}
+
+int Active(const std::string& name, bool json) {
+    bool active = false;
+    const tOstelReturnCode code = Application().IsAppActive(name, active);
+    // Who is not there cannot answer; anything else that fails says nothing about the application.
+    if (name.empty() || code == RC_RUNTIME_ERROR) {
+        return Output::Fail(name, code);
+    }
+    if (json) {
+        TOstelJsonObject document;
+        document.SetPropertyValue("NAME", name);
+        document.SetPropertyValue("ACTIVE", active);
+        Output::Print(document);
+    } else {
+        Output::Print(name + (active ? "  active" : "  not active"));
+    }
+    return active ? 0 : NOT_ACTIVE;
 }
 
 int Info(bool json) {

@@ -8,12 +8,13 @@
 namespace Commands {
 
 int Get(const std::vector<std::string>& names, bool json);
-// NAME=VALUE each. All are staged before the first is committed, and nothing is committed when one
-// of them is refused.
+// NAME=VALUE each; all of them or, when one is refused, none.
 int Set(const std::vector<std::string>& assignments, bool commit, bool json);
 int Commit(bool json);
 int Event(const std::string& name, const std::string& data, bool json);
 int Apps(bool json);
+// 0 when the application is there, 1 when it is not.
+int Active(const std::string& name, bool json);
 int Info(bool json);
 
 }  // namespace Commands

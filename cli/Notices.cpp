@@ -1,31 +1,23 @@
 #include "Notices.h"
 
-#include <signal.h>
-#include <unistd.h>
+#include <cstdio>
 
 #include "Output.h"
+#include "TOstelApplication.h"
 
 namespace {
 
-sigset_t StopSignals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    return signals;
-}
+// What the bus library says to the programs on a bus that went away.
+const std::string BUS_GONE = "Disconnected";
 
 }  // namespace
 
-void BlockStopSignals() {
-    const sigset_t signals = StopSignals();
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+TNotices::TNotices(std::optional<unsigned long> count, bool json) : m_Left(count), m_Json(json) {
+    getOstelIpcInstance()->AddEventLstener(this, BUS_GONE);
 }
 
-void WaitForStopSignal() {
-    const sigset_t signals = StopSignals();
-    int signal = 0;
-    sigwait(&signals, &signal);
+TNotices::~TNotices() {
+    getOstelIpcInstance()->RemoveEventLstener(this, BUS_GONE);
 }
 
 void TNotices::Notice(const std::string& kind, TMembers members) {
@@ -46,7 +38,36 @@ void TNotices::Notice(const std::string& kind, TMembers members) {
         }
         Output::Print(line);
     }
-    if (m_Left && --*m_Left == 0) {
-        kill(getpid(), SIGTERM);
+    const bool isLast = m_Left && --*m_Left == 0;
+    if (isLast || Output::HasFailed()) {
+        m_IsOver = true;
+        m_Stop.Wake();
     }
+}
+
+int TNotices::Wait() {
+    m_Stop.Catch();
+    // On standard error, where it is in nobody's way.
+    std::fputs("ostelcli: watching\n", stderr);
+    for (;;) {
+        m_Stop.Wait();
+        if (m_IsOver || m_Stop.Signal() != 0) {
+            return 0;
+        }
+        if (!m_BusMayBeGone.exchange(false)) {
+            continue;
+        }
+        // Any application can send an event of that name. Whoever is on a bus reaches itself.
+        bool active = false;
+        TOstelApplication::GetInstance()->IsAppActive("OSTEL_CLI", active);
+        if (!active) {
+            Output::Complain("the bus has gone");
+            return Output::NO_BUS;
+        }
+    }
+}
+
+void TNotices::OnEvent(const std::string&, const std::string&) {
+    m_BusMayBeGone = true;
+    m_Stop.Wake();
 }

@@ -69,7 +69,7 @@ int Set(const std::string& object, const std::vector<std::string>& assignments, 
         bool json) {
     const std::optional<TParams> params = Arguments::Assignments(assignments);
     if (!params) {
-        return RC_INVALID_ARGUMENT;
+        return Output::USAGE_ERROR;
     }
     const tOstelReturnCode code = Application().SetObject(object, *params, commit);
     if (code != RC_SUCCESS) {

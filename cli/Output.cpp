@@ -1,32 +1,28 @@
 #include "Output.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iostream>
 
 #include "TOstelDataMapper.h"
+#include "VisibleText.h"
 
 namespace Output {
 
 namespace {
 
-// Values come from anywhere; they must not move the cursor or forge lines.
-std::string Visible(const std::string& text) {
-    std::string visible;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20 && byte != 0x7F) {
-            visible += c;
-            continue;
-        }
-        char escaped[8];
-        std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
-        visible += escaped;
+// The first failure of standard output. Watches print on the library's thread.
+std::atomic<int> s_Error{0};
+
+void Put(const std::string& text) {
+    errno = 0;
+    std::cout << text << std::flush;
+    if (!std::cout && s_Error == 0) {
+        s_Error = errno != 0 ? errno : EIO;
     }
-    return visible;
 }
 
 }  // namespace
@@ -50,7 +46,7 @@ int Fail(const std::string& subject, tOstelReturnCode code) {
 }
 
 void Complain(const std::string& text) {
-    std::cerr << "ostelcli: " << Visible(text) << std::endl;
+    std::cerr << "ostelcli: " << VisibleText(text) << std::endl;
 }
 
 void PrintOk(bool json) {
@@ -62,15 +58,15 @@ void PrintOk(bool json) {
 }
 
 void Print(const TOstelJsonObject& document) {
-    std::cout << document.EncodeToString(-1) << std::endl;
+    Put(document.EncodeToString(-1) + "\n");
 }
 
 void PrintIndented(const TOstelJsonObject& document) {
-    std::cout << document.EncodeToString(2) << std::endl;
+    Put(document.EncodeToString(2) + "\n");
 }
 
 void Print(const std::string& line) {
-    std::cout << Visible(line) << std::endl;
+    Put(VisibleText(line) + "\n");
 }
 
 void Print(const std::vector<TOstelApplication::TOstelAppParam>& params, bool json) {
@@ -91,10 +87,24 @@ void Print(const std::vector<TOstelApplication::TOstelAppParam>& params, bool js
     }
 }
 
+bool HasFailed() {
+    return s_Error != 0;
+}
+
+int Finish(int status) {
+    // What others printed, such as the help, is looked at here as well.
+    Put("");
+    if (!HasFailed()) {
+        return status;
+    }
+    Complain(std::string("standard output: ") + std::strerror(s_Error));
+    return WRITE_ERROR;
+}
+
 int Write(const std::string& file, const std::string& bytes) {
     if (file == "-") {
-        std::cout << bytes << std::flush;
-        return std::cout ? 0 : WRITE_ERROR;
+        Put(bytes);
+        return 0;
     }
     errno = 0;
     std::ofstream output(file, std::ios::binary | std::ios::trunc);

@@ -12,8 +12,10 @@
 namespace Output {
 
 // Statuses of failures that are not the data model's, as in sysexits.h.
+constexpr int USAGE_ERROR = 64;
 constexpr int MALFORMED_FILE = 65;
 constexpr int NO_FILE = 66;
+constexpr int NO_BUS = 69;
 constexpr int WRITE_ERROR = 74;
 
 // The status with which the program exits for a result: the positive code, 255 for -1.
@@ -42,6 +44,13 @@ void Print(const std::string& line);
 
 // Names and values in two columns, or as {"PARAMS": [{"NAME", "VALUE"}...]}.
 void Print(const std::vector<TOstelApplication::TOstelAppParam>& params, bool json);
+
+// Whether something that was printed did not get through.
+bool HasFailed();
+
+// The status with which the program ends, if it was to end with `status`: what was printed and did
+// not get through is a failure that nobody else would notice.
+int Finish(int status);
 
 // The bytes as they are, to a file, or for "-" to standard output. The exit status.
 int Write(const std::string& file, const std::string& bytes);

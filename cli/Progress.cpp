@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <iostream>
+#include <system_error>
 #include <utility>
 
 namespace {
@@ -18,8 +19,14 @@ constexpr const char* WIPE = "\r\x1b[K";
 
 TProgress::TProgress(std::string what, std::size_t total)
     : m_What(std::move(what)), m_Total(total) {
-    if (isatty(STDERR_FILENO) != 0) {
+    if (isatty(STDERR_FILENO) == 0) {
+        return;
+    }
+    try {
         m_Thread = std::thread([this] { Draw(); });
+    } catch (const std::system_error&) {
+        // What is shown matters less than what is done.
+        return;
     }
 }
 

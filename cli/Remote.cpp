@@ -1,8 +1,8 @@
 #include "Remote.h"
 
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <future>
 
 #include "Arguments.h"
@@ -35,13 +35,16 @@ bool Secure(const TUnit& unit) {
     return done;
 }
 
-// A request has no end of its own when the unit keeps silent; then the program ends instead.
+// A request has no end of its own when the unit keeps silent; then the program ends instead, after
+// it has told what it came to.
 template <typename TRequest>
-tOstelReturnCode Bounded(const TUnit& unit, TRequest request) {
+tOstelReturnCode Bounded(
+    const TUnit& unit, TRequest request, const std::function<void()>& tell = [] {}) {
     auto answer = std::async(std::launch::async, request);
     if (answer.wait_for(std::chrono::seconds(unit.timeout)) != std::future_status::ready) {
+        tell();
         Output::Complain(unit.host + ": no answer within " + std::to_string(unit.timeout) + " s");
-        std::_Exit(NO_ANSWER);
+        std::_Exit(Output::Finish(NO_ANSWER));
     }
     return answer.get();
 }
@@ -63,6 +66,8 @@ public:
         m_Notices.Notice("REMOTE",
                          {{"SERIAL_NUMBER", serialNumber}, {"NAME", name}, {"VALUE", value}});
     }
+
+    int Wait() { return m_Notices.Wait(); }
 
 private:
     TNotices m_Notices;
@@ -90,10 +95,15 @@ int Get(const TUnit& unit, const std::vector<std::string>& names, bool json) {
     }
     TParams all;
     int status = 0;
+    const auto print = [&] {
+        if (!all.empty()) {
+            Output::Print(all, json);
+        }
+    };
     for (const std::string& name : names) {
         TParams params;
-        const tOstelReturnCode code =
-            Bounded(unit, [&] { return Application().GetParamRemote(unit.host, name, params); });
+        const tOstelReturnCode code = Bounded(
+            unit, [&] { return Application().GetParamRemote(unit.host, name, params); }, print);
         if (code != RC_SUCCESS) {
             status = Output::Fail(unit.host + ": " + name, code);
             continue;
@@ -109,20 +119,30 @@ int Get(const TUnit& unit, const std::vector<std::string>& names, bool json) {
 int Set(const TUnit& unit, const std::vector<std::string>& assignments, bool commit, bool json) {
     const std::optional<TParams> params = Arguments::Assignments(assignments);
     if (!params) {
-        return RC_INVALID_ARGUMENT;
+        return Output::USAGE_ERROR;
     }
     if (!Secure(unit)) {
         return Output::NO_FILE;
     }
+    std::size_t staged = 0;
+    const auto tell = [&] {
+        if (staged > 0) {
+            Output::Complain(std::to_string(staged) + " earlier values are staged on " + unit.host +
+                             ", not committed");
+        }
+    };
     for (const auto& param : *params) {
         const bool isLast = &param == &params->back();
-        const tOstelReturnCode code = Bounded(unit, [&] {
+        const auto set = [&] {
             return Application().SetParamRemote(unit.host, param.name, param.value,
                                                 commit && isLast);
-        });
+        };
+        const tOstelReturnCode code = Bounded(unit, set, tell);
         if (code != RC_SUCCESS) {
+            tell();
             return Output::Fail(unit.host + ": " + param.name, code);
         }
+        ++staged;
     }
     Output::PrintOk(json);
     return 0;
@@ -141,11 +161,11 @@ int File(const TUnit& unit, const std::string& name, const std::string& file) {
         return Output::NO_FILE;
     }
     std::vector<char> bytes;
-    tOstelReturnCode code = RC_FAILURE;
-    {
-        const TProgress progress("fetching " + name);
-        code = Bounded(unit, [&] { return Application().GetFileRemote(unit.host, name, bytes); });
-    }
+    std::optional<TProgress> progress(std::in_place, "fetching " + name);
+    const tOstelReturnCode code = Bounded(
+        unit, [&] { return Application().GetFileRemote(unit.host, name, bytes); },
+        [&] { progress.reset(); });
+    progress.reset();
     if (code != RC_SUCCESS) {
         return Output::Fail(unit.host + ": " + name, code);
     }
@@ -183,17 +203,15 @@ int Watch(const TUnit& unit, const std::vector<std::string>& names,
         return Output::Fail(unit.host, code);
     }
     Output::Print(params, json);
-    // On standard error: whoever waits for it knows that nothing is missed from here on.
-    std::fputs("ostelcli: watching\n", stderr);
-    WaitForStopSignal();
+    const int status = watcher.Wait();
     code = Bounded(unit, [&] {
         return Application().RemoveDataModelChangeObserverRemote(unit.host, watched, &watcher);
     });
     if (code != RC_SUCCESS) {
         // Still observing: there is no way back to where it would be gone.
-        std::_Exit(Output::Fail(unit.host, code));
+        std::_Exit(Output::Finish(Output::Fail(unit.host, code)));
     }
-    return 0;
+    return status;
 }
 
 }  // namespace Remote

@@ -10,6 +10,7 @@
 #include "Arguments.h"
 #include "Output.h"
 #include "Progress.h"
+#include "Stop.h"
 #include "TOstelApplication.h"
 
 namespace Snapshot {
@@ -175,9 +176,11 @@ public:
         }
         m_DeviceInstances = InstancesIn(current);
         AddKnownObjects();
+        TStop stop;
+        stop.Catch();
         TProgress progress("staging " + m_Snapshot.root, m_Snapshot.params.size());
         for (const auto& param : m_Snapshot.params) {
-            const int status = StageOne(param);
+            const int status = stop.Signal() != 0 ? Stopped(stop) : StageOne(param);
             if (status != 0) {
                 TakeBack();
                 return status;
@@ -289,6 +292,12 @@ private:
             return Output::Fail(*name, code);
         }
         return 0;
+    }
+
+    // As a shell gives the status of a program that the signal ended.
+    static int Stopped(const TStop& stop) {
+        Output::Complain("stopped; nothing is written");
+        return 128 + stop.Signal();
     }
 
     void DeleteOthers() {

@@ -1,6 +1,5 @@
 #include "Watch.h"
 
-#include <cstdio>
 #include <set>
 #include <utility>
 
@@ -61,6 +60,7 @@ public:
                                                      "EVENT_TYPE_PARAM_CHANGED",
                                                      TOstelIpc::ON_APP_CONNECTED_EVENT,
                                                      TOstelIpc::ON_APP_DISCONNECTED_EVENT,
+                                                     "Disconnected",
                                                      "NameAcquired",
                                                      "NameLost"};
         if (others.count(name) == 0) {
@@ -74,6 +74,8 @@ public:
                           {"STATE", state == APP_STATE_CONNECTED ? "CONNECTED" : "DISCONNECTED"}});
     }
 
+    int Wait() { return m_Notices.Wait(); }
+
 private:
     std::string m_Prefix;
     TNotices m_Notices;
@@ -82,9 +84,5 @@ private:
 }  // namespace
 
 int Watch(const std::string& prefix, std::optional<unsigned long> count, bool json) {
-    const TWatcher watcher(prefix, count, json);
-    // On standard error: whoever waits for it knows that nothing is missed from here on.
-    std::fputs("ostelcli: watching\n", stderr);
-    WaitForStopSignal();
-    return 0;
+    return TWatcher(prefix, count, json).Wait();
 }

@@ -1,14 +1,19 @@
 // ostelcli: the data model at the command line.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <csignal>
+#include <exception>
 #include <functional>
-#include <iostream>
 #include <optional>
+#include <system_error>
 
 #include "Commands.h"
 #include "LongValue.h"
-#include "Notices.h"
 #include "Objects.h"
+#include "Output.h"
 #include "Remote.h"
 #include "Snapshot.h"
 #include "TOstelApplication.h"
@@ -16,8 +21,25 @@
 
 namespace {
 
-constexpr int USAGE_ERROR = 64;
-constexpr int NO_BUS = 69;
+// What the library opens must not take the place of a standard output that the caller closed:
+// values would be written into a connection. It opens some before this program begins, so that the
+// places can be held only in a new start. They are held by what can neither be read nor written.
+void HoldStandardPlaces(char** argv) {
+    bool areHeld = false;
+    for (const int place : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        const int flags = fcntl(place, F_GETFD);
+        // What came from the caller has outlived an exec.
+        if (flags != -1 && (flags & FD_CLOEXEC) == 0) {
+            continue;
+        }
+        const int null =
+            open("/dev/null", (place == STDIN_FILENO ? O_WRONLY : O_RDONLY) | O_CLOEXEC);
+        areHeld = null != -1 && dup2(null, place) == place && fcntl(place, F_SETFD, 0) == 0;
+    }
+    if (areHeld) {
+        execv("/proc/self/exe", argv);
+    }
+}
 
 // The verbs; what is to be done is the one that the command line chose.
 class TCommandLine {
@@ -31,7 +53,8 @@ public:
         m_App.footer(
             "Exit status: 0, the result's code (RC_INVALID_PARAM_NAME is 4), 255 for RC_FAILURE,\n"
             "64 for a wrong command line, 65 for a malformed file, 66 for none, 69 without a bus,\n"
-            "75 for a unit that does not answer in time; 1 of 'diff' when something differs.\n\n"
+            "74 when the output cannot be written, 75 for a unit that does not answer in time;\n"
+            "1 of 'diff' when something differs, and of 'active' when it is not.\n\n"
             "Examples:\n"
             "  ostelcli get Device.DeviceInfo.SerialNumber\n"
             "  ostelcli get Device.Time. 'Device.Hosts.Host.*.HostName'\n"
@@ -49,27 +72,36 @@ public:
         AddEvents();
     }
 
+    // The exit status.
     int Run(int argc, char** argv) {
         try {
             m_App.parse(argc, argv);
         } catch (const CLI::ParseError& error) {
-            return m_App.exit(error) == 0 ? 0 : USAGE_ERROR;
+            return m_App.exit(error) == 0 ? 0 : Output::USAGE_ERROR;
         }
-        BlockStopSignals();
+        try {
+            return Do();
+        } catch (const std::exception& error) {
+            // Out of memory or of threads.
+            return Output::Fail(error.what(), RC_RUNTIME_ERROR);
+        }
+    }
+
+private:
+    int Do() {
         TOstelApplication& application = *TOstelApplication::GetInstance();
         if (m_NeedsBus) {
             application.Initialize(OSTEL_CLI);
         }
         if (m_NeedsBus && !application.IsInitialized()) {
-            std::cerr << "ostelcli: cannot connect to the bus (DBUS_SYSTEM_BUS_ADDRESS names "
-                         "another than the system's)"
-                      << std::endl;
-            return NO_BUS;
+            Output::Complain(
+                "cannot connect to the bus (DBUS_SYSTEM_BUS_ADDRESS names another than the "
+                "system's)");
+            return Output::NO_BUS;
         }
         return m_Run();
     }
 
-private:
     void AddReading() {
         CLI::App* const get =
             Add("get", "Read parameters", [this] { return Commands::Get(m_Names, m_Json); });
@@ -84,6 +116,10 @@ private:
             [this] { return Commands::Commit(m_Json); });
         Add("apps", "List the applications that are active",
             [this] { return Commands::Apps(m_Json); });
+        Add("active", "Tell whether an application is active",
+            [this] { return Commands::Active(m_AppName, m_Json); })
+            ->add_option("APP", m_AppName, "Its name on the bus, such as OSTEL_DISPATCHER")
+            ->required();
         Add("info", "Show library, bus, gateway and device",
             [this] { return Commands::Info(m_Json); });
     }
@@ -93,8 +129,7 @@ private:
             Add("watch", "Print changes, client devices, events and applications as they happen",
                 [this] { return Watch(m_Prefix, m_Count, m_Json); });
         watch->add_option("PREFIX", m_Prefix, "Only parameters whose names begin with it");
-        watch->add_option("--count", m_Count, "End after so many notices")
-            ->check(CLI::PositiveNumber);
+        AddCount(watch, "End after so many notices");
         CLI::App* const event = Add("event", "Send an event to all applications", [this] {
             return Commands::Event(m_EventName, m_EventData, m_Json);
         });
@@ -212,8 +247,18 @@ private:
             [this] { return Remote::Watch(m_Unit, m_Names, m_Count, m_Json); }, &group);
         watch->add_option("NAME", m_Names, "A parameter, a partial path, or a name with \"*\"")
             ->required();
-        watch->add_option("--count", m_Count, "End after so many changes")
-            ->check(CLI::PositiveNumber);
+        AddCount(watch, "End after so many changes");
+    }
+
+    void AddCount(CLI::App* command, const std::string& what) {
+        const auto check = [](const std::string& text) {
+            unsigned long count = 0;
+            const char* const end = text.data() + text.size();
+            const auto [rest, error] = std::from_chars(text.data(), end, count);
+            const bool isCount = error == std::errc() && rest == end && count > 0;
+            return isCount ? "" : text + " is not a number of at least 1";
+        };
+        command->add_option("--count", m_Count, what)->check(CLI::Validator(check, "POSITIVE"));
     }
 
     void AddNoCommit(CLI::App* command) {
@@ -250,6 +295,7 @@ private:
     std::vector<std::string> m_Names;
     std::string m_Prefix;
     std::optional<unsigned long> m_Count;
+    std::string m_AppName;
     std::string m_EventName;
     std::string m_EventData;
 };
@@ -257,7 +303,8 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
+    HoldStandardPlaces(argv);
     // A reader that has seen enough, such as head, ends the tool quietly.
     std::signal(SIGPIPE, SIG_DFL);
-    return TCommandLine().Run(argc, argv);
+    return Output::Finish(TCommandLine().Run(argc, argv));
 }

@@ -67,6 +67,17 @@ TEST_F(LongValue, SaysWhatWentWrong) {
     EXPECT_THAT(unwritable.errors, HasSubstr("/nonexistent/file: No such file or directory"));
 }
 
+TEST_F(LongValue, TakesNoStandardInputThatCannotBeReadForAnEmptyOne) {
+    EXPECT_EQ(Cli({"long", "set", BACKUP}, "kept").status, 0);
+    for (const char* input : {"< /", "<&-"}) {
+        const TFinished set =
+            RunProgram({"sh", "-c", std::string(OSTELCLI) + " long set " + BACKUP + " " + input});
+        EXPECT_EQ(set.status, 66) << input;
+        EXPECT_EQ(set.errors, "ostelcli: standard input cannot be read\n") << input;
+    }
+    EXPECT_EQ(Cli({"long", "get", BACKUP}).output, "kept");
+}
+
 TEST_F(LongValue, TellsOfAFullDisk) {
     EXPECT_EQ(Cli({"long", "set", BACKUP}, std::string(100000, 'v')).status, 0);
     const TFinished full = Cli({"long", "get", BACKUP, "/dev/full"});

@@ -33,7 +33,7 @@ TEST_F(Ostelcli, ObjectSetWritesAllOrNothing) {
     EXPECT_EQ(Cli({"object", "set", LED, "State=PULSE"}).status, 0);
     EXPECT_THAT(Cli({"get", LED + "State"}).output, HasSubstr("PULSE"));
     EXPECT_THAT(Cli({"get", LED + "Brightness"}).output, HasSubstr("7"));
-    EXPECT_EQ(Cli({"object", "set", LED, "State"}).status, 1);
+    EXPECT_EQ(Cli({"object", "set", LED, "State"}).status, 64);
     EXPECT_EQ(Cli({"object"}).status, 64);
 }
 

@@ -58,13 +58,19 @@ TEST_F(Ostelcli, SetCommitsUnlessToldNotTo) {
 TEST_F(Ostelcli, SetTellsWhatWasRefused) {
     const TFinished set = Cli({"set", "Device.Time.NTPServer3=x", LED + "=PURPLE"});
     EXPECT_EQ(set.status, 5);
-    EXPECT_EQ(set.errors, "ostelcli: 1 earlier values are staged, not committed\nostelcli: " + LED +
-                              ": RC_INVALID_PARAM_VALUE (5)\n");
+    EXPECT_EQ(set.errors, "ostelcli: Device.Time.NTPServer3, " + LED +
+                              ": none is written: RC_INVALID_PARAM_VALUE (5)\n");
+    EXPECT_EQ(Cli({"set", LED + "=PURPLE"}).errors,
+              "ostelcli: " + LED + ": RC_INVALID_PARAM_VALUE (5)\n");
+    // Nothing waits for the next commit, whoever it is that commits.
+    EXPECT_EQ(Cli({"commit"}).status, 0);
+    EXPECT_EQ(Cli({"get", "Device.Time.NTPServer3"}).output, "Device.Time.NTPServer3  \n");
     EXPECT_EQ(Cli({"set", "Device.DeviceInfo.SerialNumber=x"}).status, 7);
     EXPECT_EQ(Cli({"set", "Device.Nothing=x"}).status, 4);
     for (const char* assignment : {"no-equals-sign", "=value"}) {
-        EXPECT_EQ(Cli({"set", assignment}).status, 1) << assignment;
+        EXPECT_EQ(Cli({"set", assignment}).status, 64) << assignment;
     }
+    EXPECT_EQ(Cli({"set", "=x"}).errors, "ostelcli: =x is not NAME=VALUE\n");
     EXPECT_THAT(Cli({"set", "Device.Time.NTPServer3"}).errors, HasSubstr("is not NAME=VALUE"));
 }
 
@@ -83,53 +89,7 @@ TEST_F(Ostelcli, MakesControlCharactersVisible) {
     EXPECT_EQ(Cli({"set", "Device.Time.NTPServer3=a\x1b[31m\nb"}).status, 0);
     EXPECT_EQ(Cli({"get", "Device.Time.NTPServer3"}).output,
               "Device.Time.NTPServer3  a\\x1b[31m\\x0ab\n");
-}
-
-void Broadcast(RawPeer& peer, const std::string& name, const std::string& data) {
-    DBusMessage* const signal =
-        dbus_message_new_signal("/a", "com.Kaven.Ostel.Ostel", name.c_str());
-    const char* const text = data.c_str();
-    dbus_message_append_args(signal, DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
-    peer.Send(signal);
-}
-
-TEST_F(Ostelcli, WatchPrintsWhatHappens) {
-    ChildProcess watch({OSTELCLI, "watch"});
-    ASSERT_TRUE(watch.WaitForErrors("watching"));
-    RawPeer peer;
-    Broadcast(peer, "EVENT_TYPE_CLIENT_CONNECTED", R"({"MAC_ADDRESS":"02:00","HOST_NAME":"pc"})");
-    Broadcast(peer, "EVENT_TYPE_PARAM_CHANGED",
-              R"({"DATA_MODEL_NAME":"A","DATA_MODEL_VALUE":"1"})");
-    Broadcast(peer, "EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT", R"({"URL":"u"})");
-    Broadcast(peer, "MY_EVENT", "the data");
-    EXPECT_TRUE(watch.WaitForOutput("CLIENT  CLIENT_DEVICE_CONNECTED  02:00  pc\n"));
-    EXPECT_TRUE(watch.WaitForOutput("PARAM  A  1\n"));
-    EXPECT_TRUE(
-        watch.WaitForOutput("EVENT  EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT  {\"URL\":\"u\"}\n"));
-    EXPECT_TRUE(watch.WaitForOutput("EVENT  MY_EVENT  the data\n"));
-    { const RawPeer application("OSTEL_MVA"); }
-    EXPECT_TRUE(watch.WaitForOutput("APP  OSTEL_MVA  CONNECTED\n"));
-    EXPECT_TRUE(watch.WaitForOutput("APP  OSTEL_MVA  DISCONNECTED\n"));
-}
-
-TEST_F(Ostelcli, WatchFollowsAPrefixUntilItsCount) {
-    ChildProcess watch(
-        {OSTELCLI, "--json", "watch", "Device.X_KAVEN_COM_General.", "--count", "1"});
-    ASSERT_TRUE(watch.WaitForErrors("watching"));
-    EXPECT_EQ(Cli({"event", "E", "not below the prefix"}).status, 0);
-    EXPECT_EQ(Cli({"set", "Device.Time.NTPServer3=x"}).status, 0);
-    EXPECT_EQ(Cli({"set", LED + "=OFF"}).status, 0);
-    EXPECT_EQ(watch.Wait(), 0);
-    EXPECT_EQ(watch.Output(), R"({"KIND":"PARAM","NAME":")" + LED + R"(","VALUE":"OFF"})" + "\n");
-}
-
-TEST_F(Ostelcli, WatchEndsOnItsSignals) {
-    for (const int signal : {SIGINT, SIGTERM}) {
-        ChildProcess watch({OSTELCLI, "watch"});
-        ASSERT_TRUE(watch.WaitForErrors("watching"));
-        watch.Signal(signal);
-        EXPECT_EQ(watch.Wait(), 0);
-    }
+    EXPECT_EQ(Cli({"get", "\xC2\x9B"}).errors, "ostelcli: \\xc2\\x9b: RC_INVALID_PARAM_NAME (4)\n");
 }
 
 TEST_F(Ostelcli, EventIsSeenByAnotherProgram) {
@@ -149,6 +109,28 @@ TEST_F(Ostelcli, AppsListsWhoIsActive) {
     EXPECT_EQ(Cli({"apps"}).output, "OSTEL_MVA\nOSTEL_DISPATCHER\nOSTEL_CLI\n");
     EXPECT_EQ(Cli({"apps", "--json"}).output,
               "{\"APPS\":[\"OSTEL_MVA\",\"OSTEL_DISPATCHER\",\"OSTEL_CLI\"]}\n");
+}
+
+TEST_F(Ostelcli, ActiveTellsWhetherAnApplicationIs) {
+    const TFinished there = Cli({"active", "OSTEL_DISPATCHER"});
+    EXPECT_EQ(there.status, 0);
+    EXPECT_EQ(there.output, "OSTEL_DISPATCHER  active\n");
+    EXPECT_EQ(Cli({"--json", "active", "OSTEL_DISPATCHER"}).output,
+              "{\"NAME\":\"OSTEL_DISPATCHER\",\"ACTIVE\":true}\n");
+    const TFinished gone = Cli({"active", "OSTEL_MVA"});
+    EXPECT_EQ(gone.status, 1);
+    EXPECT_EQ(gone.output, "OSTEL_MVA  not active\n");
+    EXPECT_EQ(gone.errors, "");
+    RawPeer failing("OSTEL_FENA");
+    failing.Answer("IS_APP_ACTIVE", "", -1);
+    EXPECT_EQ(Cli({"active", "OSTEL_FENA", "--json"}).output,
+              "{\"NAME\":\"OSTEL_FENA\",\"ACTIVE\":false}\n");
+    EXPECT_EQ(Cli({"active", ""}).status, 255);
+    for (const std::string& name : {std::string("not a name"), std::string(100000, 'x')}) {
+        const TFinished wrong = Cli({"active", name});
+        EXPECT_EQ(wrong.status, 3);
+        EXPECT_THAT(wrong.errors, HasSubstr("RC_RUNTIME_ERROR (3)"));
+    }
 }
 
 TEST_F(Ostelcli, InfoShowsLibraryBusAndDevice) {
@@ -195,22 +177,30 @@ TEST(OstelcliAlone, HelpsWithExamples) {
 }
 
 TEST(OstelcliAlone, RefusesAWrongCommandLine) {
-    const std::vector<std::vector<std::string>> wrong = {{},
-                                                         {"nonsense"},
-                                                         {"get"},
-                                                         {"set"},
-                                                         {"--nonsense"},
-                                                         {"watch", "--count", "0"},
-                                                         {"event"},
-                                                         {"watch", "--count", "x"},
-                                                         {"event", "NAME"},
-                                                         {"commit", "x"}};
+    const std::vector<std::vector<std::string>> wrong = {
+        {},
+        {"nonsense"},
+        {"get"},
+        {"set"},
+        {"--nonsense"},
+        {"active"},
+        {"watch", "--count", "0"},
+        {"watch", "--count", "-1"},
+        {"watch", "--count", ""},
+        {"watch", "--count", "1e3"},
+        {"watch", "--count", "99999999999999999999"},
+        {"event"},
+        {"watch", "--count", "x"},
+        {"event", "NAME"},
+        {"commit", "x"}};
     for (const auto& arguments : wrong) {
         const TFinished one = Cli(arguments);
         EXPECT_EQ(one.status, 64);
         EXPECT_NE(one.errors, "");
         EXPECT_EQ(one.output, "");
     }
+    EXPECT_THAT(Cli({"watch", "--count", "0"}).errors,
+                HasSubstr("0 is not a number of at least 1"));
 }
 
 // Here and there a program of the tour fails; it notices.

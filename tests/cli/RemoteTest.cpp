@@ -80,7 +80,7 @@ TEST_F(RemoteOfTheTool, SendsEvents) {
 TEST_F(RemoteOfTheTool, TellsWhatFailed) {
     EXPECT_EQ(Remote({"get", "Device.Nothing"}).status, 255);
     EXPECT_EQ(Remote({"set", "Device.DeviceInfo.SerialNumber=x"}).status, 255);
-    EXPECT_EQ(Remote({"set", "no-equals-sign"}).status, 1);
+    EXPECT_EQ(Remote({"set", "no-equals-sign"}).status, 64);
     for (const char* host : {"localhost", "", "127.1", "127.0.0.1 ", "::1"}) {
         EXPECT_EQ(Remote({"commit"}, host).status, 255) << host;
     }
