@@ -12,10 +12,14 @@ namespace {
 
 const std::string THIRD_SERVER = "Device.Time.NTPServer3";
 
-// Every operation returns a code; the mapper knows its name.
+// Every operation returns a code; the mapper knows its name, unless a service has one of its own.
 int Fail(const std::string& what, tOstelReturnCode code) {
-    std::fprintf(stderr, "%s: %s\n", what.c_str(),
-                 TOstelDataMapper::GetInstance()->MapEnumToString(code).c_str());
+    std::string name = "code " + std::to_string(code);
+    try {
+        name = TOstelDataMapper::GetInstance()->MapEnumToString(code);
+    } catch (const TOstelDataMapper::TMappingException&) {
+    }
+    std::fprintf(stderr, "%s: %s\n", what.c_str(), name.c_str());
     return 1;
 }
 

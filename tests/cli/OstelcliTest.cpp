@@ -1,6 +1,9 @@
 // The tool as a person and as a program use it: the real programs on a private bus.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <csignal>
 
@@ -203,12 +206,31 @@ TEST(OstelcliAlone, RefusesAWrongCommandLine) {
                 HasSubstr("0 is not a number of at least 1"));
 }
 
-// Here and there a program of the tour fails; it notices.
-TEST(Tour, FailsWhenAProgramDoes) {
-    TempDir dir;
-    // A gateway that does not start.
-    RunProgram({"ln", "-s", "/bin/false", dir.File("ostel-gateway")});
-    EXPECT_NE(RunProgram({"env", "OSTEL_BIN=" + dir.Path().string(), OSTEL_DEMO}).status, 0);
+class Tour : public testing::Test {
+protected:
+    // With a gateway that does not start.
+    Tour() { RunProgram({"ln", "-s", "/bin/false", m_Dir.File("ostel-gateway")}); }
+
+    TempDir m_Dir;
+    const std::vector<std::string> m_Command = {"env", "OSTEL_BIN=" + m_Dir.Path().string(),
+                                                OSTEL_DEMO};
+};
+
+TEST_F(Tour, FailsWhenAProgramDoes) {
+    ChildProcess tour(m_Command);
+    EXPECT_EQ(tour.Wait(std::chrono::seconds(100)), 1);
+    EXPECT_THAT(tour.Errors(), testing::EndsWith("the program ended: gateway\n"));
+}
+
+TEST_F(Tour, WaitsForAnotherOneToEnd) {
+    const int other = open("/tmp", O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(other, LOCK_EX), 0);
+    ChildProcess tour(m_Command);
+    EXPECT_TRUE(tour.WaitForErrors("tour: waiting for another one to end\n"));
+    EXPECT_EQ(tour.Output(), "");
+    close(other);
+    EXPECT_EQ(tour.Wait(std::chrono::seconds(100)), 1);
+    EXPECT_THAT(tour.Errors(), testing::EndsWith("the program ended: gateway\n"));
 }
 
 }  // namespace

@@ -3,9 +3,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <future>
+
+#include "CertificateMaker.h"
 #include "ChildProcess.h"
 #include "PrivateBus.h"
 #include "ScriptedDispatcher.h"
+#include "TempDir.h"
+#include "TlsPeer.h"
 #include "WaitUntil.h"
 
 namespace {
@@ -55,6 +61,51 @@ TEST_F(ProgressOfTheTool, IsNotWrittenIntoFiles) {
     m_Dispatcher.Release();
     EXPECT_EQ(save.Wait(), 0);
     EXPECT_EQ(save.Errors(), "");
+}
+
+// A unit that answers when it is told to.
+class ProgressOfAFile : public testing::Test {
+protected:
+    // With 1 megabyte behind the answer, as a terminal shows it.
+    ChildProcess Fetch(const std::string& options) {
+        return ChildProcess({"script", "-qec",
+                             std::string(OSTELCLI) + " remote --certs " +
+                                 m_Certificates.Unit("tool") + " " + options + m_Unit.Host() +
+                                 " file log.txt " + m_Dir.File("copy"),
+                             "/dev/null"});
+    }
+
+    void Answer(TlsPeer::TConnection& connection) {
+        connection.Receive();
+        m_Released.get_future().wait();
+        connection.Send(TlsPeer::Framed(R"({"STATUS":"OK"})", std::string(1000000, 'f')));
+    }
+
+    TempDir m_Dir;
+    CertificateMaker m_Certificates;
+    std::promise<void> m_Released;
+    TlsPeer m_Unit{{m_Certificates.Unit("slow")},
+                   [this](TlsPeer::TConnection& connection) { Answer(connection); }};
+};
+
+const std::string WIPED = "\r\x1b[K";
+
+TEST_F(ProgressOfAFile, IsShownOnATerminalAndWipedAway) {
+    ChildProcess terminal = Fetch("");
+    EXPECT_TRUE(terminal.WaitForOutput("fetching log.txt [")) << terminal.Output();
+    m_Released.set_value();
+    EXPECT_EQ(terminal.Wait(), 0);
+    EXPECT_THAT(terminal.Output(), testing::EndsWith(WIPED));
+    EXPECT_EQ(std::filesystem::file_size(m_Dir.File("copy")), 1000000U);
+}
+
+TEST_F(ProgressOfAFile, IsWipedAwayBeforeTheToolGivesUp) {
+    ChildProcess terminal = Fetch("--timeout 1 ");
+    EXPECT_EQ(terminal.Wait(), 75);
+    EXPECT_THAT(terminal.Output(), testing::HasSubstr("fetching log.txt ["));
+    EXPECT_THAT(terminal.Output(), testing::EndsWith(WIPED + "ostelcli: " + m_Unit.Host() +
+                                                     ": no answer within 1 s\r\n"));
+    m_Released.set_value();
 }
 
 }  // namespace

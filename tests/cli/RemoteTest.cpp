@@ -5,6 +5,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 
 #include "CertificateMaker.h"
 #include "CliFixture.h"
@@ -16,6 +17,24 @@ namespace {
 using testing::HasSubstr;
 
 const std::string LED = "Device.X_KAVEN_COM_General.LED.State";
+
+void KeepSilent(TlsPeer::TConnection& connection) {
+    while (!connection.Receive().empty()) {
+    }
+}
+
+// The first request, that is; silent from then on.
+TlsPeer::TScript AnswersOnce(const std::string& answer) {
+    return [answer, answered = std::make_shared<bool>(false)](TlsPeer::TConnection& connection) {
+        if (*answered) {
+            KeepSilent(connection);
+            return;
+        }
+        connection.Receive();
+        *answered = true;
+        connection.Send(TlsPeer::Framed(answer));
+    };
+}
 
 class RemoteOfTheTool : public testing::Test {
 protected:
@@ -95,14 +114,80 @@ TEST_F(RemoteOfTheTool, SendsNothingWithoutCertificates) {
 }
 
 TEST_F(RemoteOfTheTool, DoesNotWaitForeverForAnAnswer) {
-    const TlsPeer silent({m_Certificates.Unit("silent")}, [](TlsPeer::TConnection& connection) {
-        while (!connection.Receive().empty()) {
-        }
-    });
+    const TlsPeer silent({m_Certificates.Unit("silent")}, KeepSilent);
     const TFinished get =
         Cli({"remote", "--certs", m_Unit, "--timeout", "1", silent.Host(), "commit"});
     EXPECT_EQ(get.status, 75);
     EXPECT_EQ(get.errors, "ostelcli: " + silent.Host() + ": no answer within 1 s\n");
+}
+
+TEST_F(RemoteOfTheTool, EndsAtASignalWhileItWaitsForAnAnswer) {
+    const std::string certificates = m_Certificates.Unit("silent");
+    for (const int signal : {SIGINT, SIGTERM}) {
+        for (const char* verb : {"commit", "watch"}) {
+            const TlsPeer silent({certificates}, KeepSilent);
+            std::vector<std::string> command = {OSTELCLI, "remote",      "--certs",
+                                                m_Unit,   silent.Host(), verb};
+            if (command.back() == "watch") {
+                command.emplace_back("A.X");
+            }
+            ChildProcess waiting(command);
+            ASSERT_TRUE(silent.WaitForRequest());
+            waiting.Signal(signal);
+            EXPECT_EQ(waiting.Wait(), -signal) << verb;
+        }
+    }
+}
+
+TEST_F(RemoteOfTheTool, WaitsHalfAMinuteUnlessToldOtherwise) {
+    EXPECT_THAT(Cli({"remote", "--help"}).output,
+                testing::ContainsRegex("--timeout [^\n]*30[^0-9]"));
+    for (const char* timeout : {"0", "-1", "3601", "x", ""}) {
+        EXPECT_EQ(Cli({"remote", "--timeout", timeout, m_Host, "commit"}).status, 64) << timeout;
+    }
+}
+
+TEST_F(RemoteOfTheTool, ShowsWhatItHasWhenTheUnitFallsSilent) {
+    const TlsPeer unit({m_Certificates.Unit("silent")},
+                       AnswersOnce(R"({"PARAMS":[{"NAME":"A","VALUE":"1"}],"STATUS":"OK"})"));
+    const TFinished get =
+        Cli({"remote", "--certs", m_Unit, "--timeout", "1", unit.Host(), "get", "A", "B"});
+    EXPECT_EQ(get.status, 75);
+    EXPECT_EQ(get.output, "A  1\n");
+    EXPECT_EQ(get.errors, "ostelcli: " + unit.Host() + ": no answer within 1 s\n");
+    EXPECT_EQ(RunProgram({"sh", "-c",
+                          std::string(OSTELCLI) + " remote --certs " + m_Unit + " --timeout 1 " +
+                              unit.Host() + " get A B > /dev/full"})
+                  .status,
+              75);
+}
+
+TEST_F(RemoteOfTheTool, TellsWhatIsLeftStagedWhenALaterValueFails) {
+    const TFinished refused =
+        Remote({"set", "Device.Time.NTPServer3=x", LED + "=PURPLE", "Device.Time.NTPServer4=y"});
+    EXPECT_EQ(refused.status, 255);
+    EXPECT_EQ(refused.errors, "ostelcli: 1 earlier values are staged on " + m_Host +
+                                  ", not committed\nostelcli: " + m_Host + ": " + LED +
+                                  ": RC_FAILURE (-1)\n");
+    const TlsPeer unit({m_Certificates.Unit("silent")}, AnswersOnce(R"({"STATUS":"OK"})"));
+    const TFinished silent =
+        Cli({"remote", "--certs", m_Unit, "--timeout", "1", unit.Host(), "set", "A=1", "B=2"});
+    EXPECT_EQ(silent.status, 75);
+    EXPECT_EQ(silent.errors, "ostelcli: 1 earlier values are staged on " + unit.Host() +
+                                 ", not committed\nostelcli: " + unit.Host() +
+                                 ": no answer within 1 s\n");
+    EXPECT_EQ(Remote({"set", LED + "=PURPLE"}).errors,
+              "ostelcli: " + m_Host + ": " + LED + ": RC_FAILURE (-1)\n");
+}
+
+TEST_F(RemoteOfTheTool, SaysThatItHasNoThreadLeft) {
+    // In kilobytes; no thread can have a stack of that size.
+    const std::string stack = sizeof(void*) == 8 ? "8000000000000000" : "3900000";
+    const TFinished get = RunProgram({"sh", "-c",
+                                      "ulimit -s " + stack + " && exec " + std::string(OSTELCLI) +
+                                          " remote --certs " + m_Unit + " " + m_Host + " commit"});
+    EXPECT_EQ(get.status, 3);
+    EXPECT_THAT(get.errors, HasSubstr("RC_RUNTIME_ERROR (3)\n"));
 }
 
 TEST_F(RemoteOfTheTool, SendsNothingWhenAnyOfItsFilesIsMissing) {
@@ -151,6 +236,16 @@ TEST_F(RemoteOfTheTool, WatchesTheVeryParametersThatANameStandsFor) {
                 testing::ElementsAre(R"({"REQUEST_TYPE":"GET_PARAM","NAME":"A."})",
                                      R"({"REQUEST_TYPE":"SUBSCRIBE",)" + subscription,
                                      R"({"REQUEST_TYPE":"UNSUBSCRIBE",)" + subscription));
+}
+
+TEST_F(RemoteOfTheTool, StopsWatchingWhenItsBusHasGone) {
+    const TlsPeer unit({m_Certificates.Unit("watched")},
+                       TlsPeer::Framed(R"({"PARAMS":[{"NAME":"A.X","VALUE":"1"}],"STATUS":"OK"})"));
+    ChildProcess watch({OSTELCLI, "remote", "--certs", m_Unit, unit.Host(), "watch", "A.X"});
+    ASSERT_TRUE(watch.WaitForErrors("ostelcli: watching"));
+    m_Bus.Kill();
+    EXPECT_EQ(watch.Wait(), 69);
+    EXPECT_THAT(unit.Requests().back(), HasSubstr("UNSUBSCRIBE"));
 }
 
 TEST_F(RemoteOfTheTool, DoesNotWatchWhatIsNotThere) {

@@ -10,6 +10,7 @@
 #include "GatewayProcess.h"
 #include "PrivateBus.h"
 #include "RawPeer.h"
+#include "ScriptedDispatcher.h"
 
 namespace {
 
@@ -67,6 +68,18 @@ TEST(ExamplesAlone, TellThatThereIsNoBus) {
         const TFinished run = RunProgram({PROGRAMS + "/" + name});
         EXPECT_EQ(run.status, 1) << name;
         EXPECT_THAT(run.errors, HasSubstr("no bus")) << name;
+    }
+}
+
+TEST(ExamplesAlone, TellOfACodeThatTheyDoNotKnow) {
+    const PrivateBus bus;
+    ScriptedDispatcher dispatcher;
+    dispatcher.Answer("GET_PARAM", "{}", 1234);
+    dispatcher.Answer("ADD_OBJECT_INSTANCE", "{}", 1234);
+    for (const char* name : {"read_and_set", "flat_client"}) {
+        const TFinished run = RunProgram({PROGRAMS + "/" + name});
+        EXPECT_EQ(run.status, 1) << name;
+        EXPECT_THAT(run.errors, HasSubstr(": code 1234\n")) << name;
     }
 }
 
