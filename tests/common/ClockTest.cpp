@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 
 namespace {
 
@@ -72,6 +73,14 @@ OSTEL_API int timerfd_create(clockid_t clock, int flags) noexcept {
 
 }  // extern "C"
 
+ClockTest::ClockTest() {
+    setenv("TZ", "UTC0", 1);
+    FixedTime::GoOn();
+    RecordedWaits::Clear();
+    RecordingLog::Clear();
+    s_EndlessPolls = 0;
+}
+
 TRefusedThreads::TRefusedThreads() {
     s_AreThreadsRefused = true;
 }
@@ -99,8 +108,8 @@ TOpenFile::TOpenFile(const std::string& beginning) {
     }
 }
 
-bool WaitForMonitor() {
-    return WaitUntil([] { return s_EndlessPolls > 0; });
+bool WaitForMonitor(int times) {
+    return WaitUntil([times] { return s_EndlessPolls >= times; });
 }
 
 void ExpireMonitorTimer(int error) {

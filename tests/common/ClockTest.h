@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 
@@ -44,8 +43,8 @@ struct TOpenFile {
     std::filesystem::path path;
 };
 
-// Waits until the first clock of the process has begun to wait for a change.
-bool WaitForMonitor();
+// Waits until the one clock of the test has begun so many times to wait for a change.
+bool WaitForMonitor(int times);
 
 // The one clock's timer expires, and if `error` is not 0, reading it fails with it once. ECANCELED
 // is what the system answers when its clock has been set.
@@ -54,12 +53,7 @@ void ExpireMonitorTimer(int error);
 // In UTC, with clocks that run and waits that last, whatever the test before has made of them.
 class ClockTest : public testing::Test {
 protected:
-    ClockTest() {
-        setenv("TZ", "UTC0", 1);
-        FixedTime::GoOn();
-        RecordedWaits::Clear();
-        RecordingLog::Clear();
-    }
+    ClockTest();
 };
 
 #endif

@@ -83,7 +83,7 @@ TEST_F(TOstelClockMonitorTest, HasAFifoForItsOwnerAloneAsLongAsTheClockLives) {
 TEST_F(TOstelClockMonitorTest, IsWokenByTheFifoWhenTheClockIsDestroyed) {
     {
         const TOstelClock clock;
-        ASSERT_TRUE(WaitForMonitor());
+        ASSERT_TRUE(WaitForMonitor(1));
     }
     EXPECT_THAT(RecordingLog::Texts(5), ElementsAre(isStopped));
     EXPECT_EQ(RecordingLog::Lines().size(), 1U);
@@ -292,11 +292,11 @@ TEST_F(TOstelClockMonitorTest, ATimerThatExpiresIsNoChange) {
     TOstelClock clock;
     clock.AddSystemTimeObserver(&m_SystemTimeObserver);
     ExpireMonitorTimer(0);
+    ASSERT_TRUE(WaitForMonitor(2));
+    EXPECT_EQ(m_SystemTimeObserver.changes, 0);
+    EXPECT_THAT(RecordingLog::Lines(), IsEmpty());
     ExpireMonitorTimer(ECANCELED);
-    ASSERT_TRUE(WaitForChanges(1));
-    EXPECT_THAT(RecordingLog::Texts(4), ElementsAre(hasChanged));
-    EXPECT_THAT(RecordingLog::Texts(5), IsEmpty());
-    EXPECT_THAT(RecordingLog::Texts(2), IsEmpty());
+    EXPECT_TRUE(WaitForChanges(1));
 }
 
 // A process without standard input gets 0 for its first descriptor.
