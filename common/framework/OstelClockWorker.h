@@ -9,7 +9,7 @@
 namespace OstelClockWorker {
 
 inline void LogError(const char* text) {
-    ztLogging_log(2, "[TOstelClock] %s.", text);
+    ztLogging_log(ZT_LOG_LEVEL_ERROR, "[TOstelClock] %s.", text);
 }
 
 // Nobody is above a worker to take an exception, whether an observer's or the library's own.

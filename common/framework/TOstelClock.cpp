@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "OstelClockWorker.h"
+#include "OstelObservers.h"
 #include "zt_logging.h"
 
 using OstelClockWorker::RunGuarded;
@@ -66,23 +67,19 @@ TOstelClock::~TOstelClock() {
 }
 
 void TOstelClock::AddClockObserver(IOstelClockObserver* observer) {
-    const std::lock_guard<std::mutex> lock(m_Mutex);
-    m_ClockObservers.insert(observer);
+    OstelObservers::Add(m_ClockObservers, observer, m_Mutex);
 }
 
 void TOstelClock::RemoveClockObserver(IOstelClockObserver* observer) {
-    const std::lock_guard<std::mutex> lock(m_Mutex);
-    m_ClockObservers.erase(observer);
+    OstelObservers::Remove(m_ClockObservers, observer, m_Mutex);
 }
 
 void TOstelClock::AddSystemTimeObserver(IOstelSystemTimeObserver* observer) {
-    const std::lock_guard<std::mutex> lock(m_Mutex);
-    m_SystemTimeObservers.insert(observer);
+    OstelObservers::Add(m_SystemTimeObservers, observer, m_Mutex);
 }
 
 void TOstelClock::RemoveSystemTimeObserver(IOstelSystemTimeObserver* observer) {
-    const std::lock_guard<std::mutex> lock(m_Mutex);
-    m_SystemTimeObservers.erase(observer);
+    OstelObservers::Remove(m_SystemTimeObservers, observer, m_Mutex);
 }
 
 // Stopping and starting share one lock, as for the alarm: of two threads that set at once, neither
@@ -185,8 +182,10 @@ void TOstelClock::FireTimer() {
 void TOstelClock::AlarmThreadHandler() {
     RunGuarded([this] {
         TOstelClockTime timeout = TimeUntil(m_AlarmTime);
-        ztLogging_log(5, "[TOstelClock] Alarm time is '%s'.", m_AlarmTime.GetTime().c_str());
-        ztLogging_log(5, "[TOstelClock] Alarm timeout is '%s'.", timeout.GetAbsTime().c_str());
+        ztLogging_log(ZT_LOG_LEVEL_INFO, "[TOstelClock] Alarm time is '%s'.",
+                      m_AlarmTime.GetTime().c_str());
+        ztLogging_log(ZT_LOG_LEVEL_INFO, "[TOstelClock] Alarm timeout is '%s'.",
+                      timeout.GetAbsTime().c_str());
         if (m_AlarmCondition.WaitFor(static_cast<unsigned int>(timeout.ToSeconds()))) {
             NotifyAlarmObservers();
         }

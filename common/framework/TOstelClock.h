@@ -31,11 +31,12 @@
 //
 // Observers are not owned; the application keeps them alive while they are registered, and they are
 // told in the order of their addresses. Notifications take no lock: add and remove observers while
-// neither timer nor alarm can fire.
+// none can come.
 //
 // Operations may be called from any thread, but not from inside a notification (see the observers).
-// A reset waits until its worker is through, a running notification included. One that comes before
-// the worker has begun to wait is not noticed by it: the reset then takes as long as the period.
+// A reset, and the destructor resets both, waits until its worker is through, a running
+// notification included. One that comes before the worker has begun to wait is not noticed by it:
+// the reset then takes as long as the period.
 //
 // The constructor, SetTimer and SetAlarm throw std::system_error when a thread cannot be started.
 // All other failures are log lines, those of observers that throw included. A clock whose monitor

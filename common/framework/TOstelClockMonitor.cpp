@@ -81,7 +81,7 @@ bool TOstelClock::WaitForTimer() const {
     if ((descriptors[0].revents & POLLIN) != 0) {
         return true;
     }
-    ztLogging_log(5, "%s", "[TOstelClock] The system time monitor is stopped.");
+    ztLogging_log(ZT_LOG_LEVEL_INFO, "[TOstelClock] The system time monitor is stopped.");
     return false;
 }
 
@@ -95,7 +95,7 @@ void TOstelClock::ReadTimer() {
         LogError(std::strerror(errno));
         return;
     }
-    ztLogging_log(4, "%s", "[TOstelClock] The system clock has been changed!");
+    ztLogging_log(ZT_LOG_LEVEL_NOTICE, "[TOstelClock] The system clock has been changed!");
     RunGuarded([this] { StartAlarmAgain(); });
     RunGuarded([this] { NotifySystemTimeObservers(); });
 }

@@ -174,6 +174,18 @@ TEST_F(TOstelClockTest, TellsItsObserversOnceEachInTheOrderOfTheirAddresses) {
     EXPECT_THAT(told, ElementsAre("0 alarm", "2 alarm", "1 time", "2 time"));
 }
 
+TEST_F(TOstelClockTest, ANullObserverIsLoggedAndNotAdded) {
+    TOstelClock clock;
+    clock.AddClockObserver(nullptr);
+    clock.AddSystemTimeObserver(nullptr);
+    EXPECT_EQ(RecordingLog::Count(2, "A null observer is not added."), 2);
+    clock.RemoveClockObserver(nullptr);
+    clock.RemoveSystemTimeObserver(nullptr);
+    clock.NotifyTimerObservers();
+    clock.NotifyAlarmObservers();
+    clock.NotifySystemTimeObservers();
+}
+
 TEST_F(TOstelClockTest, ATimerOfZeroFiresAtOnceAndOnce) {
     TOstelClock clock;
     clock.AddClockObserver(&m_Observer);
