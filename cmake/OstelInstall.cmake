@@ -57,6 +57,8 @@ install(FILES packaging/ostel.sysusers DESTINATION lib/sysusers.d RENAME ostel.c
 
 if(OSTEL_BUILD_TOOLS)
   install(TARGETS ostelcli ostel-gateway COMPONENT tools)
+  ostel_install_configured(packaging/ostel-gateway.service.in ostel-gateway.service
+    lib/systemd/system tools)
   install(DIRECTORY gateway/models DESTINATION "${CMAKE_INSTALL_DATADIR}/ostel" COMPONENT tools
     FILES_MATCHING PATTERN "*.json")
   foreach(tool IN ITEMS ostelcli ostel-gateway)

@@ -76,6 +76,7 @@ TEST_F(Install, PutsEveryFileInItsPlace) {
         cmake + "OstelAppConfigVersion.cmake",
         cmake + "OstelAppTargets.cmake",
         cmake + "OstelAppTargets-" OSTEL_BUILD_TYPE ".cmake",
+        "lib/systemd/system/ostel-gateway.service",
         "lib/sysusers.d/ostel.conf",
         "share/bash-completion/completions/ostel-gateway",
         "share/bash-completion/completions/ostelcli",
