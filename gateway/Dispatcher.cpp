@@ -67,9 +67,11 @@ int TDispatcher::OnMethodCall(const std::string& type, const std::string& reques
     }
     reply = replyDocument.EncodeToString(-1);
     if (reply.size() > LARGEST_REPLY) {
-        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s: there is no room for the answer", type.c_str());
         reply = "{}";
         code = RC_BUFFER_OVERFLOW;
+    }
+    if (code == RC_BUFFER_OVERFLOW) {
+        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s: there is no room for the answer", type.c_str());
     }
     return code;
 }

@@ -79,6 +79,10 @@ tOstelReturnCode TDispatcher::GetObjectTree(const TOstelJsonObject& request,
     }
     std::vector<std::string> names;
     const tOstelReturnCode code = m_Model.GetTree(*object, names);
+    if (code != RC_SUCCESS) {
+        // Such as all that there was room for, before it was too much.
+        names.clear();
+    }
     PutArray(reply, "PARAMS", names);
     return code;
 }

@@ -1,16 +1,25 @@
 // The development gateway: serves a data model on any PC, as the dispatcher of a device does.
+#include <poll.h>
 #include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <array>
+#include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <system_error>
+#include <thread>
 #include <utility>
 #include <vector>
 
+#include "BusWatch.h"
 #include "DataModel.h"
 #include "Dispatcher.h"
 #include "ModelLoader.h"
@@ -42,20 +51,53 @@ std::string DefaultModelFile() {
 class TStopSignals {
 public:
     TStopSignals() {
-        sigemptyset(&m_Signals);
-        sigaddset(&m_Signals, SIGINT);
-        sigaddset(&m_Signals, SIGTERM);
-        pthread_sigmask(SIG_BLOCK, &m_Signals, nullptr);
+        sigset_t signals{};
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGINT);
+        sigaddset(&signals, SIGTERM);
+        pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+        m_Descriptor = signalfd(-1, &signals, SFD_CLOEXEC);
+        if (m_Descriptor < 0) {
+            throw std::system_error(errno, std::generic_category(), "signalfd");
+        }
     }
+    TStopSignals(const TStopSignals&) = delete;
+    TStopSignals& operator=(const TStopSignals&) = delete;
+    ~TStopSignals() { close(m_Descriptor); }
 
-    void Wait() const {
-        int signal = 0;
-        sigwait(&m_Signals, &signal);
+    // Throws std::runtime_error when the bus goes away: whoever runs the gateway has to start it
+    // again, on the next bus.
+    void Wait(const TBusWatch& bus) const {
+        std::array<pollfd, 2> descriptors = {
+            {{m_Descriptor, POLLIN, 0}, {bus.Descriptor(), POLLIN, 0}}};
+        while (true) {
+            poll(descriptors.data(), descriptors.size(), -1);
+            if (descriptors[0].revents != 0) {
+                return;
+            }
+            if (!bus.IsConnected()) {
+                throw std::runtime_error("the bus is gone");
+            }
+        }
     }
 
 private:
-    sigset_t m_Signals{};
+    int m_Descriptor;
 };
+
+// The id would pass to this process without a word, each would answer out of its own state, and
+// applications would be announced twice.
+void RefuseASecondGateway(const TBusWatch& bus) {
+    constexpr std::chrono::milliseconds WHILE_THE_BUS_NOTICES{1000};
+    const auto end = std::chrono::steady_clock::now() + WHILE_THE_BUS_NOTICES;
+    // One that has just been killed may still be on the bus's books.
+    while (bus.IsThere("OSTEL_DISPATCHER")) {
+        if (std::chrono::steady_clock::now() >= end) {
+            throw std::runtime_error("another OSTEL_DISPATCHER is on this bus already");
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
 
 void Restore(TDataModel& model, const TStore& store) {
     const auto keep = [](bool restored, const std::string& name) {
@@ -123,6 +165,9 @@ void Serve(const TOptions& options) {
     TStore store(options.state);
     Restore(model, store);
 
+    const TBusWatch bus;
+    RefuseASecondGateway(bus);
+
     // Looked at before requests can change it.
     const std::size_t size = model.Size();
     const std::string serialNumber = ValueOf(model, "Device.DeviceInfo.SerialNumber");
@@ -137,8 +182,7 @@ void Serve(const TOptions& options) {
     dispatcher.Register(ipc);
     application.Initialize(OSTEL_DISPATCHER);
     if (!application.IsInitialized()) {
-        throw std::runtime_error(
-            "cannot connect to the bus (DBUS_SYSTEM_BUS_ADDRESS names another than the system's)");
+        throw std::runtime_error("the bus does not admit the gateway");
     }
     const std::unique_ptr<TPresence> presence = WatchPresence(send);
     std::unique_ptr<TRemoteUnit> remote;
@@ -146,7 +190,7 @@ void Serve(const TOptions& options) {
         remote = std::make_unique<TRemoteUnit>(options.remote, serialNumber, dispatcher, ipc);
     }
     std::cout << "ostel-gateway: ready, " << size << " parameters" << std::endl;
-    stopSignals.Wait();
+    stopSignals.Wait(bus);
 }
 
 int Run(int argc, char** argv) {

@@ -33,6 +33,10 @@ protected:
         DBusMessage* const call = RawPeer::NewCall("OSTEL_DISPATCHER", type);
         const char* const characters = text.c_str();
         dbus_message_append_args(call, DBUS_TYPE_STRING, &characters, DBUS_TYPE_INVALID);
+        return Reply(peer, call);
+    }
+
+    static std::pair<std::string, int> Reply(RawPeer& peer, DBusMessage* call) {
         DBusMessage* const reply = peer.Call(call, 20000);
         const char* replyText = nullptr;
         dbus_int32_t code = 0;

@@ -2,10 +2,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <unordered_map>
 
+#include "FullModel.h"
 #include "GatewayFixture.h"
+#include "WaitUntil.h"
 
 namespace {
 
@@ -251,6 +255,70 @@ TEST_F(FilledGateway, ServesEveryRequest) {
     params.resize(100);
     EXPECT_EQ(m_App.GetParamArray(params), RC_SUCCESS);
     EXPECT_EQ(params.size(), 100U);
+}
+
+struct TFullModelFile {
+    TFullModelFile() { std::ofstream(dir.File("model.xml")) << FullModel(); }
+
+    TempDir dir;
+};
+
+class FullGateway : private TFullModelFile, public Gateway {
+protected:
+    FullGateway() : Gateway({"--model", dir.File("model.xml"), "--fill", "10"}) {}
+};
+
+TEST_F(FullGateway, ServesEveryRequest) {
+    const std::string table = "Device.Group3.Table87.";
+    const std::string inner = table + "10.Inner85.";
+    TParams params;
+    EXPECT_EQ(m_App.GetParam("Device.", params), RC_SUCCESS);
+    EXPECT_GT(params.size(), 90000U);
+    EXPECT_EQ(m_App.GetParam(table + "*.Inner85.*.Parameter1", params), RC_SUCCESS);
+    EXPECT_EQ(params.size(), 100U);
+    EXPECT_EQ(m_App.GetParamArray(params), RC_SUCCESS);
+    EXPECT_EQ(params.size(), 100U);
+    std::vector<std::string> names;
+    EXPECT_EQ(m_App.GetObjectTree("Device.", names), RC_SUCCESS);
+    EXPECT_GT(names.size(), 90000U);
+    int id = 0;
+    EXPECT_EQ(m_App.AddObject(inner, id), RC_SUCCESS);
+    EXPECT_EQ(id, 11);
+    EXPECT_EQ(m_App.SetParam(inner + "11.Parameter1", "5", true), RC_SUCCESS);
+    EXPECT_EQ(Value(inner + "11.Parameter1"), "5");
+    EXPECT_EQ(m_App.RemoveObject(table + "10."), RC_SUCCESS);
+    EXPECT_EQ(m_App.Commit(), RC_SUCCESS);
+    EXPECT_EQ(Value(inner + "11.Parameter1"), "not read");
+    std::vector<int> ids;
+    EXPECT_EQ(m_App.GetObjectIds(table, ids), RC_SUCCESS);
+    EXPECT_EQ(ids.size(), 9U);
+}
+
+// More than a message of the bus can carry.
+TEST(GatewayModels, SaysWhenAnAnswerIsTooLarge) {
+    const PrivateBus bus;
+    TempDir dir;
+    std::ofstream(dir.File("model.json"))
+        << R"({"objects":[{"path":"Device.T.{i}.U.{i}.","parameters":[{"name":"P","type":"string",)"
+        << R"("access":"readWrite","default":")" << std::string(400, 'x') << R"("}]}]})";
+    setenv("ZT_LOGGING_DESTINATION", "8", 1);
+    setenv("ZT_LOGGING_FILE", dir.File("log").c_str(), 1);
+    const GatewayProcess gateway(OSTEL_GATEWAY,
+                                 {"--model", dir.File("model.json"), "--fill", "300"});
+    TOstelApplication& app = *TOstelApplication::GetInstance();
+    app.Initialize(OSTEL_CLI);
+    const auto log = [&] {
+        std::ostringstream text;
+        text << std::ifstream(dir.File("log")).rdbuf();
+        return text.str();
+    };
+    TParams params;
+    EXPECT_EQ(app.GetParam("Device.", params), RC_BUFFER_OVERFLOW);
+    EXPECT_TRUE(WaitUntil([&] {
+        return log().find("GET_PARAM: there is no room for the answer") != std::string::npos;
+    })) << log();
+    EXPECT_EQ(app.GetParam("Device.T.300.", params), RC_SUCCESS);
+    EXPECT_EQ(params.size(), 300U);
 }
 
 TEST(GatewayModels, AreLaidOverEachOther) {

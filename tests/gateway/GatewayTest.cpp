@@ -4,11 +4,14 @@
 
 #include <csignal>
 #include <fstream>
+#include <functional>
+#include <memory>
 #include <sstream>
 #include <thread>
 
 #include "GatewayFixture.h"
 #include "TOstelJsonObject.h"
+#include "WaitUntil.h"
 
 namespace {
 
@@ -77,12 +80,101 @@ TEST_F(Gateway, AnswersMalformedRequestsWithInvalidArgument) {
     EXPECT_EQ(Value("Device.DeviceInfo.SerialNumber"), "KV0123456789");
 }
 
+// The first text among the first arguments is the request, whatever else is there.
 TEST_F(Gateway, AnswersCallsOfAnyShape) {
     RawPeer peer;
-    DBusMessage* const reply = peer.Call(RawPeer::NewCall("OSTEL_DISPATCHER", "GET_PARAM"), 5000);
-    ASSERT_NE(reply, nullptr);
-    dbus_message_unref(reply);
+    const char* const name = R"({"NAME":"Device.DeviceInfo.SerialNumber"})";
+    const dbus_int32_t number = 7;
+    const std::string found =
+        R"({"PARAMS":[{"NAME":"Device.DeviceInfo.SerialNumber","VALUE":"KV0123456789"}]})";
+    const auto structure = [name](DBusMessage* call) {
+        DBusMessageIter arguments;
+        DBusMessageIter members;
+        dbus_message_iter_init_append(call, &arguments);
+        dbus_message_iter_open_container(&arguments, DBUS_TYPE_STRUCT, nullptr, &members);
+        dbus_message_iter_append_basic(&members, DBUS_TYPE_STRING, &name);
+        dbus_message_iter_close_container(&arguments, &members);
+    };
+    const struct {
+        const char* shape;
+        std::function<void(DBusMessage*)> append;
+        std::pair<std::string, int> reply;
+    } cases[] = {
+        {"nothing", [](DBusMessage*) {}, {"{}", 1}},
+        {"a number first",
+         [&](DBusMessage* call) {
+             dbus_message_append_args(call, DBUS_TYPE_INT32, &number, DBUS_TYPE_STRING, &name,
+                                      DBUS_TYPE_INVALID);
+         },
+         {found, 0}},
+        {"only a number",
+         [&](DBusMessage* call) {
+             dbus_message_append_args(call, DBUS_TYPE_INT32, &number, DBUS_TYPE_INVALID);
+         },
+         {"{}", 1}},
+        {"five arguments",
+         [&](DBusMessage* call) {
+             dbus_message_append_args(call, DBUS_TYPE_STRING, &name, DBUS_TYPE_INT32, &number,
+                                      DBUS_TYPE_INT32, &number, DBUS_TYPE_INT32, &number,
+                                      DBUS_TYPE_INT32, &number, DBUS_TYPE_INVALID);
+         },
+         {found, 0}},
+        {"a structure", structure, {"{}", 1}},
+    };
+    for (const auto& one : cases) {
+        DBusMessage* const call = RawPeer::NewCall("OSTEL_DISPATCHER", "GET_PARAM");
+        one.append(call);
+        EXPECT_EQ(Reply(peer, call), one.reply) << one.shape;
+    }
     EXPECT_EQ(Request(peer, "NO_SUCH_REQUEST", "{}").second, -1);
+}
+
+TEST_F(Gateway, BearsEventsOfAnyShape) {
+    RawPeer peer;
+    const auto send = [&](const char* event, const std::string& data) {
+        DBusMessage* const signal =
+            dbus_message_new_signal("/com/Kaven/Ostel/OSTEL_MVA", "com.Kaven.Ostel.Ostel", event);
+        const char* const text = data.c_str();
+        dbus_message_append_args(signal, DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
+        peer.Send(signal);
+    };
+    for (const char* event : {"EVENT_TYPE_PARAM_CHANGED", "REMOTE_DATA_MODEL_CHANGED",
+                              "EVENT_TYPE_CLIENT_CONNECTED", "APP_CONNECTED", "ANY"}) {
+        for (const std::string& data :
+             {std::string(), std::string("{"), std::string("[]"), std::string(100000, '['),
+              std::string(10 << 20, 'x'), std::string(R"({"DATA_MODEL_NAME":5})")}) {
+            send(event, data);
+        }
+    }
+    EXPECT_EQ(Value("Device.DeviceInfo.SerialNumber"), "KV0123456789");
+    EXPECT_EQ(m_Gateway.Process().Errors(), "");
+}
+
+// Whoever takes the gateway's id has it until it leaves.
+TEST_F(Gateway, ServesAgainAfterAnotherProcessHadItsId) {
+    {
+        const std::unique_ptr<TOstelIpc> other(newOstelIpcInstance());
+        other->Init("OSTEL_DISPATCHER");
+        other->Run();
+        EXPECT_EQ(Value("Device.DeviceInfo.SerialNumber"), "not read");
+    }
+    EXPECT_TRUE(
+        WaitUntil([&] { return Value("Device.DeviceInfo.SerialNumber") == "KV0123456789"; }));
+}
+
+TEST_F(Gateway, ASecondOneOnTheSameBusIsRefused) {
+    TempDir dir;
+    const TFinished second = RunProgram({OSTEL_GATEWAY, "--state", dir.File("another")});
+    EXPECT_EQ(second.status, 1);
+    EXPECT_EQ(second.errors, "ostel-gateway: another OSTEL_DISPATCHER is on this bus already\n");
+    EXPECT_EQ(second.output, "");
+    EXPECT_EQ(Value("Device.DeviceInfo.SerialNumber"), "KV0123456789");
+}
+
+TEST_F(Gateway, EndsWithAMessageWhenTheBusIsGone) {
+    m_Bus.Kill();
+    EXPECT_EQ(m_Gateway.Process().Wait(), 1);
+    EXPECT_EQ(m_Gateway.Process().Errors(), "ostel-gateway: the bus is gone\n");
 }
 
 TEST_F(Gateway, SendsOneSignalForEachParameterThatChanged) {
