@@ -206,6 +206,16 @@ TEST_F(CopyDirectoryTest, MakesADirectoryOfTheNewName) {
     ExpectCopyAt(File("to"));
 }
 
+TEST_F(CopyDirectoryTest, NewDirectoriesHaveOneModeLessTheMask) {
+    chmod(File("from").c_str(), 0700);
+    chmod(File("from/a").c_str(), 0711);
+    const unsigned int before = SetCreationMask(0);
+    EXPECT_TRUE(CopyDirectory(File("from"), File("to")));
+    SetCreationMask(before);
+    EXPECT_EQ(ModeOf(File("to")), 0755U);
+    EXPECT_EQ(ModeOf(File("to/a")), 0755U);
+}
+
 TEST_F(CopyDirectoryTest, GoesIntoADirectoryThatIsThere) {
     EXPECT_TRUE(CopyDirectory(File("from"), Directory("to")));
     EXPECT_THAT(NamesIn(File("to")), testing::Contains("from/a/deep"));

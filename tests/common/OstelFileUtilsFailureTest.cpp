@@ -1,8 +1,9 @@
-// Failures that no file system can be made to show. The calls that fail on demand take the place of
-// the system's own for the library as well, and so stand in a program of their own.
+// What no file system can be made to show, failures above all. The calls that fail on demand take
+// the place of the system's own for the library as well, and so stand in a program of their own.
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/statvfs.h>
 
 #include <cstdlib>
 #include <new>
@@ -55,6 +56,16 @@ extern "C" OSTEL_API DIR* opendir(const char* path) {
     return reinterpret_cast<TOpendir>(dlsym(RTLD_NEXT, "opendir"))(path);
 }
 
+extern "C" OSTEL_API int statvfs(const char*, struct statvfs* status) noexcept {
+    *status = {};
+    status->f_bsize = 4096;
+    status->f_frsize = 512;
+    status->f_blocks = 4000003;
+    status->f_bfree = 3000002;
+    status->f_bavail = 2000001;
+    return 0;
+}
+
 namespace {
 
 class FileUtilsFailure : public FileUtilsTest {
@@ -98,6 +109,12 @@ TEST_F(FileUtilsFailure, ATemporaryDirectoryWithoutItsModeIsRemovedAgain) {
     EXPECT_FAILS(CreateTemporaryDirectory(path, 0700), EPERM);
     EXPECT_EQ(path, File("prefix"));
     EXPECT_TRUE(std::filesystem::is_empty(m_Dir.Path()));
+}
+
+TEST_F(FileUtilsFailure, AvailableSpaceIsWhatOrdinaryUsersMayFillInWideNumbers) {
+    unsigned long long bytes = 0;
+    EXPECT_TRUE(GetAvailableSpace(m_Dir.Path().string(), bytes));
+    EXPECT_EQ(bytes, 4096ULL * 2000001ULL);
 }
 
 TEST_F(FileUtilsFailure, GetFilesFailsWhenTheDirectoryHasGoneMeanwhile) {

@@ -92,7 +92,9 @@ TEST_F(TDirIteratorTest, EqualsByFullPath) {
     EXPECT_FALSE(first != second);
     ++first;
     EXPECT_TRUE(first != second);
-    EXPECT_TRUE(TDirIterator(File("e")) != second);
+    Directory("f");
+    Put("f/a", "");
+    EXPECT_TRUE(TDirIterator(File("e")) != TDirIterator(File("f")));
     EXPECT_TRUE(second != TDirIterator::End());
     EXPECT_TRUE(TDirIterator::End() != second);
 }
@@ -326,6 +328,10 @@ TEST_F(GetFilesTest, FindsNothingInWhatIsMissingOrEmpty) {
     EXPECT_TRUE(GetFiles(Directory("d") + "/", names));
     EXPECT_TRUE(GetFiles(Directory("e"), names));
     EXPECT_THAT(names, IsEmpty());
+    names = {"before"};
+    EXPECT_TRUE(GetFiles(File("missing/"), names));
+    EXPECT_TRUE(GetFiles(File("d/"), names));
+    EXPECT_THAT(names, UnorderedElementsAre("before"));
 }
 
 TEST_F(GetFilesTest, TakesAnUnreadableDirectoryForAnEmptyOne) {
