@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <string_view>
 
 namespace {
 
@@ -18,6 +19,12 @@ std::atomic<int> s_Error{0};
 std::atomic<int> s_EndlessPolls{0};
 std::atomic<bool> s_AreFifosRefused{false};
 std::atomic<bool> s_AreTimersRefused{false};
+std::atomic<bool> s_IsNextFifoTaken{false};
+std::string s_TakenFifo;
+
+bool IsFifoPath(const char* path) {
+    return std::string_view(path).rfind("/tmp/ostel_clock_", 0) == 0;
+}
 
 }  // namespace
 
@@ -52,6 +59,16 @@ OSTEL_API int poll(pollfd* descriptors, nfds_t count, int timeout) {
         ++s_EndlessPolls;
     }
     return next(descriptors, count, timeout);
+}
+
+OSTEL_API int stat(const char* path, struct stat* status) noexcept {
+    using TStat = int (*)(const char*, struct stat*);
+    static const auto next = reinterpret_cast<TStat>(dlsym(RTLD_NEXT, "stat"));
+    if (IsFifoPath(path) && s_IsNextFifoTaken.exchange(false)) {
+        s_TakenFifo = path;
+        path = "/";
+    }
+    return next(path, status);
 }
 
 OSTEL_API int mkfifo(const char* path, mode_t mode) noexcept {
@@ -106,6 +123,14 @@ TOpenFile::TOpenFile(const std::string& beginning) {
             path = std::move(target);
         }
     }
+}
+
+std::string TakeNextFifoPath(const std::function<void()>& makeClock) {
+    s_TakenFifo.clear();
+    s_IsNextFifoTaken = true;
+    makeClock();
+    s_IsNextFifoTaken = false;
+    return s_TakenFifo;
 }
 
 bool WaitForMonitor(int times) {

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <functional>
 #include <string>
 
 #include "FixedTime.h"
@@ -42,6 +43,9 @@ struct TOpenFile {
     int descriptor = -1;
     std::filesystem::path path;
 };
+
+// The next FIFO path that a clock makes up is taken; the path.
+std::string TakeNextFifoPath(const std::function<void()>& makeClock);
 
 // Waits until the one clock of the test has begun so many times to wait for a change.
 bool WaitForMonitor(int times);

@@ -4,7 +4,7 @@
 #include <pthread.h>
 
 #include <algorithm>
-#include <functional>
+#include <cstdint>
 #include <mutex>
 #include <optional>
 
@@ -13,15 +13,21 @@
 
 namespace {
 
-struct TCall {
+struct TWaitCall {
     const void* condition;
+    pthread_mutex_t* mutex;
     RecordedWaits::TWait wait;
+};
+
+struct TOtherCall {
+    std::string name;
+    const void* place;
 };
 
 struct TState {
     std::mutex mutex;
-    std::vector<TCall> waits;
-    std::vector<const void*> broadcasts;
+    std::vector<TWaitCall> waits;
+    std::vector<TOtherCall> others;
     std::optional<int> answer;
 };
 
@@ -31,10 +37,11 @@ TState& State() {
     return *state;
 }
 
-bool IsWithin(const void* condition, const void* object, std::size_t size) {
-    const auto* const begin = static_cast<const char*>(object);
-    const auto* const place = static_cast<const char*>(condition);
-    return !std::less<>()(place, begin) && std::less<>()(place, begin + size);
+// The distance from the object's start; none outside of it.
+std::optional<std::size_t> OffsetIn(const void* object, std::size_t size, const void* place) {
+    const auto begin = reinterpret_cast<std::uintptr_t>(object);
+    const auto distance = reinterpret_cast<std::uintptr_t>(place) - begin;
+    return distance < size ? std::make_optional<std::size_t>(distance) : std::nullopt;
 }
 
 // ThreadSanitizer has to see the calls as well, or it takes the mutex as held all through a wait.
@@ -55,11 +62,39 @@ double SecondsUntil(const timespec& deadline) {
            static_cast<double>(deadline.tv_nsec - now.tv_nsec) / 1e9;
 }
 
-std::optional<int> Record(const void* condition, const timespec& deadline) {
+std::optional<int> Record(const void* condition, pthread_mutex_t* mutex, const timespec& deadline) {
     TState& state = State();
     const std::lock_guard<std::mutex> lock(state.mutex);
-    state.waits.push_back({condition, {deadline, SecondsUntil(deadline)}});
+    state.waits.push_back({condition, mutex, {deadline, SecondsUntil(deadline)}});
     return state.answer;
+}
+
+// Whether somebody, be it the caller, holds the mutex that the last wait on the condition gave up.
+bool IsLocked(const std::vector<TWaitCall>& waits, const void* condition) {
+    const auto last = std::find_if(waits.rbegin(), waits.rend(), [=](const TWaitCall& call) {
+        return call.condition == condition;
+    });
+    if (last == waits.rend()) {
+        return true;
+    }
+    if (pthread_mutex_trylock(last->mutex) != 0) {
+        return true;
+    }
+    pthread_mutex_unlock(last->mutex);
+    return false;
+}
+
+void RecordWake(const std::string& name, const void* condition) {
+    TState& state = State();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    const char* const lack = IsLocked(state.waits, condition) ? "" : " without the lock";
+    state.others.push_back({name + lack, condition});
+}
+
+void RecordOther(const char* name, const void* place) {
+    TState& state = State();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    state.others.push_back({name, place});
 }
 
 }  // namespace
@@ -69,18 +104,33 @@ extern "C" {
 OSTEL_API int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                                      const timespec* deadline) {
     static auto* const next = Next<decltype(pthread_cond_timedwait)>("pthread_cond_timedwait");
-    const std::optional<int> answer = Record(condition, *deadline);
+    const std::optional<int> answer = Record(condition, mutex, *deadline);
     return answer ? *answer : next(condition, mutex, deadline);
+}
+
+OSTEL_API int pthread_cond_signal(pthread_cond_t* condition) noexcept {
+    static auto* const next = Next<decltype(pthread_cond_signal)>("pthread_cond_signal");
+    RecordWake("signal", condition);
+    return next(condition);
 }
 
 OSTEL_API int pthread_cond_broadcast(pthread_cond_t* condition) noexcept {
     static auto* const next = Next<decltype(pthread_cond_broadcast)>("pthread_cond_broadcast");
-    {
-        TState& state = State();
-        const std::lock_guard<std::mutex> lock(state.mutex);
-        state.broadcasts.push_back(condition);
-    }
+    RecordWake("broadcast", condition);
     return next(condition);
+}
+
+OSTEL_API int pthread_cond_destroy(pthread_cond_t* condition) noexcept {
+    static auto* const next = Next<decltype(pthread_cond_destroy)>("pthread_cond_destroy");
+    RecordOther("destroy condition", condition);
+    return next(condition);
+}
+
+OSTEL_API int pthread_mutex_destroy(pthread_mutex_t* mutex) noexcept {
+    static auto* const next = reinterpret_cast<decltype(&pthread_mutex_destroy)>(
+        dlsym(RTLD_NEXT, "pthread_mutex_destroy"));
+    RecordOther("destroy mutex", mutex);
+    return next(mutex);
 }
 
 }  // extern "C"
@@ -89,8 +139,8 @@ std::vector<RecordedWaits::TWait> RecordedWaits::Of(const void* object, std::siz
     TState& state = State();
     const std::lock_guard<std::mutex> lock(state.mutex);
     std::vector<TWait> waits;
-    for (const TCall& call : state.waits) {
-        if (IsWithin(call.condition, object, size)) {
+    for (const TWaitCall& call : state.waits) {
+        if (OffsetIn(object, size, call.condition)) {
             waits.push_back(call.wait);
         }
     }
@@ -107,18 +157,30 @@ void RecordedWaits::Answer(int result) {
     state.answer = result;
 }
 
-std::size_t RecordedWaits::Broadcasts(const void* object, std::size_t size) {
+std::vector<RecordedWaits::TCall> RecordedWaits::CallsOn(const void* object, std::size_t size) {
     TState& state = State();
     const std::lock_guard<std::mutex> lock(state.mutex);
-    return static_cast<std::size_t>(
-        std::count_if(state.broadcasts.begin(), state.broadcasts.end(),
-                      [=](const void* condition) { return IsWithin(condition, object, size); }));
+    std::vector<TCall> calls;
+    for (const TOtherCall& call : state.others) {
+        if (const auto offset = OffsetIn(object, size, call.place)) {
+            calls.push_back({call.name, *offset});
+        }
+    }
+    return calls;
+}
+
+std::vector<std::string> RecordedWaits::NamesOf(const std::vector<TCall>& calls) {
+    std::vector<std::string> names;
+    for (const TCall& call : calls) {
+        names.push_back(call.name);
+    }
+    return names;
 }
 
 void RecordedWaits::Clear() {
     TState& state = State();
     const std::lock_guard<std::mutex> lock(state.mutex);
     state.waits.clear();
-    state.broadcasts.clear();
+    state.others.clear();
     state.answer.reset();
 }

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 #include <ctime>
+#include <string>
 #include <vector>
 
 // Stands before the C library's timed waits on a condition inside a test program and keeps those of
@@ -35,8 +36,22 @@ bool WaitForWaits(const T& object, std::size_t count) {
 // From now on a wait returns `result` at once.
 void Answer(int result);
 
-// How many times all waiters on a condition within the place were woken.
-std::size_t Broadcasts(const void* object, std::size_t size);
+// What else was done to the conditions and mutexes within an object.
+struct TCall {
+    // "signal" or "broadcast", "without the lock" behind it when the mutex of the last wait was
+    // free; "destroy mutex"; "destroy condition".
+    std::string name;
+    std::size_t offset;  // of the condition or mutex from the object's start
+};
+
+std::vector<TCall> CallsOn(const void* object, std::size_t size);
+
+template <typename T>
+std::vector<TCall> CallsOn(const T& object) {
+    return CallsOn(&object, sizeof(object));
+}
+
+std::vector<std::string> NamesOf(const std::vector<TCall>& calls);
 
 // Nothing is kept and nothing answered any more. For objects in a place that had others before.
 void Clear();

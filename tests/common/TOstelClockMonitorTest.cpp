@@ -20,9 +20,12 @@
 
 #include "ClockTest.h"
 
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 namespace {
 
@@ -316,12 +319,23 @@ TEST_F(TOstelClockMonitorTest, ADescriptorThatIsZeroEndsItAndNothingIsCleanedUp)
     EXPECT_TRUE(IsThere(fifo.path));
     EXPECT_EQ(Fifo().descriptor, 0);
     EXPECT_EQ(Timer().descriptor, timer.descriptor);
-    EXPECT_EQ(RecordingLog::Texts(2).size(), 1U);
+    EXPECT_THAT(RecordingLog::Texts(2),
+                ElementsAre(AllOf(StartsWith("[TOstelClock] "), EndsWith("."))));
     EXPECT_EQ(RecordingLog::Count(5, isStopped), 0);
     std::filesystem::remove(fifo.path);
     close(timer.descriptor);
     dup2(input, STDIN_FILENO);
     close(input);
+}
+
+TEST_F(TOstelClockMonitorTest, LooksForAnotherPathWhenItIsTaken) {
+    std::unique_ptr<TOstelClock> clock;
+    const std::string taken =
+        TakeNextFifoPath([&clock] { clock = std::make_unique<TOstelClock>(); });
+    EXPECT_THAT(taken, StartsWith("/tmp/ostel_clock_"));
+    EXPECT_NE(Fifo().path, taken);
+    EXPECT_TRUE(IsThere(Fifo().path));
+    EXPECT_FALSE(IsThere(taken));
 }
 
 void PrintLog() {
@@ -345,6 +359,18 @@ TEST_F(TOstelClockMonitorTest, ATimerThatCannotBeMadeIsNoticedWhenItIsArmed) {
         },
         testing::KilledBySignal(SIGABRT),
         "^closed\n1 fired\n2 \\[TOstelClock\\] Bad file descriptor\\.\n");
+}
+
+TEST_F(TOstelClockMonitorTest, ATimerThatIsZeroEndsItAndNothingIsCleanedUp) {
+    EXPECT_EXIT(
+        {
+            close(STDIN_FILENO);
+            RefuseFifos();
+            TOstelClock clock;
+            std::fprintf(stderr, "%d\n", Timer().descriptor);
+            PrintLog();
+        },
+        testing::KilledBySignal(SIGABRT), "^0\n2 \\[TOstelClock\\] [^\n]*\\.\n");
 }
 
 TEST_F(TOstelClockMonitorTest, WithoutAFifoItWatchesButCannotBeWoken) {

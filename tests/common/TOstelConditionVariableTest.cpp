@@ -1,5 +1,6 @@
 #include "TOstelConditionVariable.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -17,6 +18,9 @@
 #include "FixedTime.h"
 #include "RecordedWaits.h"
 #include "WaitUntil.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 struct TMutex {
     friend std::size_t OffsetOf(TMutex);
@@ -111,12 +115,23 @@ TEST_F(TOstelConditionVariableTest, OnlyTheEndOfTheTimeCountsAsOver) {
     EXPECT_EQ(RecordedWaits::Of(variable).size(), 4U) << "waits once, whatever ended it";
 }
 
-TEST_F(TOstelConditionVariableTest, ADestroyedOneWakesAllWaiters) {
+TEST_F(TOstelConditionVariableTest, ANotificationIsGivenUnderTheLock) {
+    TOstelConditionVariable variable;
+    RecordedWaits::Answer(0);
+    variable.WaitFor(1.0);
+    variable.Notify();
+    EXPECT_THAT(NamesOf(RecordedWaits::CallsOn(variable)), ElementsAre("signal"));
+}
+
+// The condition itself stays: destroying it would wait for waiters.
+TEST_F(TOstelConditionVariableTest, ADestroyedOneWakesAllWaitersAndDestroysTheMutexAlone) {
     alignas(TOstelConditionVariable) std::array<std::byte, sizeof(TOstelConditionVariable)> place{};
     auto* const variable = new (place.data()) TOstelConditionVariable;
-    EXPECT_EQ(RecordedWaits::Broadcasts(place.data(), place.size()), 0U);
+    RecordedWaits::Answer(0);
+    variable->WaitFor(1.0);
+    EXPECT_THAT(RecordedWaits::CallsOn(place), IsEmpty());
     variable->~TOstelConditionVariable();
-    EXPECT_EQ(RecordedWaits::Broadcasts(place.data(), place.size()), 1U);
+    EXPECT_THAT(NamesOf(RecordedWaits::CallsOn(place)), ElementsAre("broadcast", "destroy mutex"));
 }
 
 struct TDeadline {
