@@ -1,5 +1,5 @@
-# What `cmake --install` puts where. Components: runtime (the library), logging (the stand-in for the
-# device's logging library), development and tools.
+# What `cmake --install` puts where. Components: runtime (the library), common (what does not depend
+# on the architecture), logging (the stand-in for the device's logging library), development, tools.
 include(CMakePackageConfigHelpers)
 
 set(OSTEL_INSTALL_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/ostel")
@@ -49,11 +49,10 @@ set(OSTEL_PREFIX "@OSTEL_PREFIX@")
 ostel_install_configured(packaging/ostel-app.pc.in ostel-app.pc
   "${CMAKE_INSTALL_LIBDIR}/pkgconfig" development)
 
-# Without the group in the policy nobody but root is an application, so both go with the library.
 install(FILES packaging/com.Kaven.Ostel.conf
-  DESTINATION "${CMAKE_INSTALL_DATADIR}/dbus-1/system.d" COMPONENT runtime)
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/dbus-1/system.d" COMPONENT common)
 install(FILES packaging/ostel.sysusers DESTINATION lib/sysusers.d RENAME ostel.conf
-  COMPONENT runtime)
+  COMPONENT common)
 
 if(OSTEL_BUILD_TOOLS)
   install(TARGETS ostelcli ostel-gateway COMPONENT tools)

@@ -15,9 +15,14 @@ function(ostel_tool target)
     return()
   endif()
   set(page "${PROJECT_BINARY_DIR}/man/${target}.1")
+  if(OSTEL_PACKAGES)
+    set(compress COMMAND gzip -9nf "${page}")
+    string(APPEND page .gz)
+  endif()
   add_custom_command(OUTPUT "${page}"
     COMMAND Python3::Interpreter "${PROJECT_SOURCE_DIR}/scripts/make-man"
-      "${page}" "${PROJECT_BINARY_DIR}" ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${target}>
+      "${PROJECT_BINARY_DIR}/man/${target}.1" "${PROJECT_BINARY_DIR}" ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${target}>
+    ${compress}
     DEPENDS ${target} "${PROJECT_SOURCE_DIR}/scripts/make-man"
     COMMENT "Making the man page of ${target}" VERBATIM)
   add_custom_target(${target}-man ALL DEPENDS "${page}")
