@@ -1,6 +1,7 @@
 #include "TOstelEventListener.h"
 
 #include <stdexcept>
+#include <string>
 
 #include "OstelLog.h"
 #include "OstelObservers.h"
@@ -79,10 +80,11 @@ void TOstelEventListener::RemoveObserver(IOstelObserver* observer) {
 void TOstelEventListener::OnOstelEvent(const std::string& name, const std::string& data) {
     try {
         OSTEL_LOG_AT(ZT_LOG_LEVEL_DEBUG, EVENT_TRACE_LINE, "%s - %s", name.c_str(), data.c_str());
-        static const std::string installAttempt =
-            m_DataMapper->MapEnumToString(EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT);
+        // Never destroyed: the worker may bring events while the process exits.
+        static const auto* const installAttempt =
+            new std::string(m_DataMapper->MapEnumToString(EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT));
         TOstelJsonObject payload;
-        if (name != installAttempt || !payload.DecodeFromString(data)) {
+        if (name != *installAttempt || !payload.DecodeFromString(data)) {
             return;
         }
         NotifyObservers(name, Text(payload, "URL"));

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <exception>
 #include <stdexcept>
+#include <string_view>
 
 #include "OstelBusText.h"
 #include "OstelLog.h"
@@ -126,7 +127,7 @@ void TOstelDBus::MonitorHandler(DBusMessage* message) {
     if (dbus_message_get_type(message) != DBUS_MESSAGE_TYPE_SIGNAL || member == nullptr) {
         return;
     }
-    static const std::string prefix = "com.Kaven.Ostel.";
+    constexpr std::string_view prefix = "com.Kaven.Ostel.";
     std::string name;
     int ignored = -1;
     GetMessageValue(message, name, &ignored);
