@@ -1,0 +1,147 @@
+// The flat interface without memory: whatever allocation fails, a request is done or its record is
+// as it was.
+#include <cstring>
+
+#include "Allocations.h"
+#include "OstelAppLibTest.h"
+#include "TlsPeer.h"
+
+namespace {
+
+// Asks again and again, with one allocation more before that which fails, until none does.
+template <typename Ask, typename AsItWas>
+void RunOutOfMemory(Ask ask, AsItWas asItWas) {
+    int failures = 0;
+    tOstelReturnCode code = RC_RUNTIME_ERROR;
+    for (std::size_t count = 0; code != RC_SUCCESS; ++count) {
+        ASSERT_LT(count, 10000U);
+        Allocations::FailOneAfter(count);
+        code = ask();
+        Allocations::GoOn();
+        if (code != RC_SUCCESS) {
+            ++failures;
+            ASSERT_EQ(code, RC_RUNTIME_ERROR) << count;
+            ASSERT_TRUE(asItWas()) << count;
+        }
+    }
+    EXPECT_GT(failures, 0);
+    EXPECT_FALSE(asItWas());
+}
+
+class OstelAppLibMemory : public OstelAppLib {};
+
+TEST_F(OstelAppLibMemory, AParameterRequestIsKept) {
+    AnswerParams("GET_PARAM", {Param("A", "1"), Param("B", "2")});
+    auto request = Named<tOstelAppLibParamRequest>("Device.");
+    Fill(request.array, {"before"});
+    const tOstelAppLibParamRequest before = request;
+    RunOutOfMemory([&] { return ostelAppLibGetParam(&request); },
+                   [&] {
+                       return !request.isArray && request.array.params == before.array.params &&
+                              request.array.count == 1 &&
+                              std::strcmp(request.array.params[0].name, "before") == 0;
+                   });
+    EXPECT_EQ(request.array.count, 2U);
+    ostelAppLibReleaseParamRequest(&request);
+}
+
+TEST_F(OstelAppLibMemory, AnArrayAndAnObjectAreKept) {
+    AnswerParams("GET_PARAM_ARRAY", {Param("A", "1"), Param("B", "2")});
+    AnswerParams("GET_OBJECT", {Param("A", "1"), Param("B", "2")});
+    auto object = Named<tOstelAppLibObjectRequest>("Device.");
+    Fill(object.params, {"before"});
+    const auto asItWas = [&] {
+        return object.params.count == 1 && std::strcmp(object.params.params[0].name, "before") == 0;
+    };
+    RunOutOfMemory([&] { return ostelAppLibGetObject(&object); }, asItWas);
+    Fill(object.params, {"before"});
+    RunOutOfMemory([&] { return ostelAppLibGetParamArray(&object.params); }, asItWas);
+    ostelAppLibReleaseObjectRequest(&object);
+}
+
+TEST_F(OstelAppLibMemory, IdsAreKept) {
+    m_Dispatcher.Answer("GET_OBJECT_INSTANCES", R"({"IDS":[3,5,8]})");
+    auto request = Named<tOstelAppLibObjectIdsRequest>("Device.");
+    ostelAppLibAllocateObjectIdsRequest(&request, 1);
+    request.ids[0] = 7;
+    RunOutOfMemory([&] { return ostelAppLibGetObjectIds(&request); },
+                   [&] { return request.count == 1 && request.ids[0] == 7; });
+    ostelAppLibReleaseObjectIdsRequest(&request);
+}
+
+// Nor is anything of a half-made mapping lost.
+TEST_F(OstelAppLibMemory, IndexMapsAreKept) {
+    m_Dispatcher.Answer("GET_INDEX_MAP",
+                        R"({"DATA_MODELS":[{"NAME":"A","INDEX_MAP":[{"APP_INDEX":1}]},)"
+                        R"({"NAME":"B","INDEX_MAP":[{"APP_INDEX":2}]}]})");
+    tOstelAppLibIndexMapRequest request = {nullptr, 7};
+    RunOutOfMemory([&] { return ostelAppLibGetIndexMapping(&request); },
+                   [&] { return request.maps == nullptr && request.count == 7; });
+    ostelAppLibReleaseIndexMapRequest(&request);
+}
+
+TEST_F(OstelAppLibMemory, LongValuesAreKept) {
+    m_Dispatcher.Answer("GET_LONG_PARAM", R"({"VALUE":"a text that is no short string"})");
+    auto request = Named<tOstelAppLibLongParamRequest>("Device.Long");
+    ostelAppLibAllocateLongParamRequest(&request, 3);
+    char* const before = request.value;
+    RunOutOfMemory([&] { return ostelAppLibGetLongParam(&request); },
+                   [&] { return request.value == before && request.size == 3; });
+    delete[] before;
+    ostelAppLibReleaseLongParamRequest(&request);
+}
+
+// The last allocation of a request is for its record. How many come before it differs from one time
+// to the next: it is approached from behind.
+template <typename Ask>
+tOstelReturnCode FailTheLastAllocation(Ask ask) {
+    const std::size_t before = Allocations::Count();
+    tOstelReturnCode code = ask();
+    for (std::size_t count = Allocations::Count() - before; code == RC_SUCCESS && count > 0;) {
+        Allocations::FailOneAfter(--count);
+        code = ask();
+        Allocations::GoOn();
+    }
+    return code;
+}
+
+class OstelAppLibRemoteMemory : public OstelAppLib {
+protected:
+    OstelAppLibRemoteMemory() { m_App.EnableSecureRemote("", "", ""); }
+};
+
+TEST_F(OstelAppLibRemoteMemory, AParameterRequestIsKept) {
+    const TlsPeer peer({}, TlsPeer::Framed(R"({"PARAMS":[{"NAME":"A"},{"NAME":"B"}],)"
+                                           R"("STATUS":"OK"})"));
+    tOstelAppLibParamRequest request = {};
+    const auto ask = [&] {
+        ostelAppLibReleaseParamRequest(&request);
+        request = Named<tOstelAppLibParamRequest>("Device.");
+        std::strcpy(request.remote, peer.Host().c_str());
+        Fill(request.array, {"before"});
+        return ostelAppLibGetParamRemote(&request);
+    };
+    EXPECT_EQ(FailTheLastAllocation(ask), RC_RUNTIME_ERROR);
+    EXPECT_FALSE(request.isArray);
+    ASSERT_EQ(request.array.count, 1U);
+    EXPECT_STREQ(request.array.params[0].name, "before");
+    ostelAppLibReleaseParamRequest(&request);
+}
+
+TEST_F(OstelAppLibRemoteMemory, AFilesRecordIsKept) {
+    const TlsPeer peer({}, TlsPeer::Framed(R"({"STATUS":"OK"})", "content"));
+    tOstelAppLibLongParamRequest request = {};
+    const auto ask = [&] {
+        ostelAppLibReleaseLongParamRemote(&request);
+        request = Named<tOstelAppLibLongParamRequest>("file");
+        std::strcpy(request.remote, peer.Host().c_str());
+        ostelAppLibAllocateLongParamRequest(&request, 3);
+        std::memcpy(request.value, "old", 3);
+        return ostelAppLibGetFileRemote(&request);
+    };
+    EXPECT_EQ(FailTheLastAllocation(ask), RC_RUNTIME_ERROR);
+    EXPECT_EQ(std::string(request.value, request.size), "old");
+    ostelAppLibReleaseLongParamRemote(&request);
+}
+
+}  // namespace
