@@ -21,34 +21,38 @@ Markdown::Markdown(const std::string& path) {
     m_Text = text.str();
 }
 
-std::vector<std::string> Markdown::Blocks(const std::string& language,
-                                          const std::string& heading) const {
-    std::vector<std::string> blocks;
-    std::string* block = nullptr;
+std::vector<Markdown::TBlock> Markdown::Blocks() const {
+    std::vector<TBlock> blocks;
+    std::string heading;
     bool isInBlock = false;
-    bool isBehindHeading = heading.empty();
     std::istringstream lines(m_Text);
     for (std::string line; std::getline(lines, line);) {
         if (isInBlock && line == FENCE) {
             isInBlock = false;
-            block = nullptr;
         } else if (isInBlock) {
-            if (block != nullptr) {
-                *block += line + "\n";
-            }
+            blocks.back().content += line + "\n";
         } else if (line.rfind(FENCE, 0) == 0) {
             isInBlock = true;
-            if (isBehindHeading && line == FENCE + language) {
-                block = &blocks.emplace_back();
-            }
-        } else if (line.rfind("#", 0) == 0) {
-            isBehindHeading = isBehindHeading || line == "## " + heading;
+            blocks.push_back({heading, line.substr(FENCE.size()), ""});
+        } else if (line.rfind("## ", 0) == 0) {
+            heading = line.substr(3);
         }
     }
-    if (isInBlock || !isBehindHeading) {
-        throw std::runtime_error("a code block without an end, or no heading " + heading);
+    if (isInBlock) {
+        throw std::runtime_error("a code block without an end");
     }
     return blocks;
+}
+
+std::vector<std::string> Markdown::Blocks(const std::string& language,
+                                          const std::string& heading) const {
+    std::vector<std::string> contents;
+    for (const TBlock& block : Blocks()) {
+        if (block.language == language && (heading.empty() || block.heading == heading)) {
+            contents.push_back(block.content);
+        }
+    }
+    return contents;
 }
 
 std::vector<std::string> Markdown::Links() const {

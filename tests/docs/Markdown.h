@@ -12,8 +12,16 @@ public:
 
     const std::string& Text() const { return m_Text; }
 
-    // The contents of the code blocks of the language, in order: all, or those behind a heading of
-    // the second level.
+    struct TBlock {
+        std::string heading;  // the last of the second level before it
+        std::string language;
+        std::string content;
+    };
+
+    // All code blocks, in order.
+    std::vector<TBlock> Blocks() const;
+
+    // The contents of the code blocks of the language, in order: all, or those under a heading.
     std::vector<std::string> Blocks(const std::string& language,
                                     const std::string& heading = "") const;
 
