@@ -1,7 +1,6 @@
 #ifndef T_OSTEL_SIGNAL_HANDLER_H
 #define T_OSTEL_SIGNAL_HANDLER_H
 
-#include <atomic>
 #include <csignal>
 #include <functional>
 #include <future>
@@ -41,11 +40,10 @@ public:
 
 private:
     int Accept(const sigset_t& signals) const;
+    bool HasHandler() const;
 
     std::future<int> m_Future;
     std::function<bool(int)> m_Handler;
-    // Tells the waiting thread that it may look at the handler.
-    std::atomic<bool> m_HasHandler{false};
 };
 
 #endif
