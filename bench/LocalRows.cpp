@@ -1,0 +1,68 @@
+// Requests on the bus.
+#include <benchmark/benchmark.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Application.h"
+#include "Comparison.h"
+#include "Echo.h"
+#include "RawBus.h"
+#include "ServerProcess.h"
+
+namespace {
+
+const char* const DISPATCHER = "OSTEL_DISPATCHER";
+
+void GetParamOnce() {
+    std::string value;
+    Require(Application().GetParam(PARAMETER, value));
+    benchmark::DoNotOptimize(value);
+}
+
+void RoundTrip(benchmark::State& state) {
+    const ServerProcess server(
+        ServerProcess::Role(RAW_ECHO.kind, DISPATCHER, Reply("KV0123456789")));
+    const RawBus::TConnection raw = RawBus::Connect();
+    const std::string request = Request();
+    Compare(state, {"raw libdbus call", "us", AtMost(1.05)}, 100, &GetParamOnce,
+            [&] { benchmark::DoNotOptimize(RawBus::Call(raw.get(), DISPATCHER, request)); });
+}
+
+// How long so many threads take to do the work so often each.
+void InThreads(int threads, int runs, const TWork& work) {
+    std::vector<std::thread> workers(static_cast<std::size_t>(threads));
+    for (std::thread& worker : workers) {
+        worker = std::thread([&] {
+            for (int run = 0; run < runs; ++run) {
+                work();
+            }
+        });
+    }
+    for (std::thread& worker : workers) {
+        worker.join();
+    }
+}
+
+void Throughput(benchmark::State& state) {
+    constexpr int threads = 8;
+    constexpr int runs = 100;
+    const ServerProcess server(
+        ServerProcess::Role(RAW_ECHO.kind, DISPATCHER, Reply("KV0123456789")));
+    const RawBus::TConnection raw = RawBus::Connect();
+    const std::string request = Request();
+    Compare(
+        state, {"raw libdbus, 8 threads, time", "us", AtMost(1 / 0.95)}, 1,
+        [&] { InThreads(threads, runs, &GetParamOnce); },
+        [&] {
+            InThreads(threads, runs, [&] {
+                benchmark::DoNotOptimize(RawBus::Call(raw.get(), DISPATCHER, request));
+            });
+        });
+}
+
+BENCHMARK(RoundTrip)->Name("GetParam, one value, round trip")->UseManualTime()->Iterations(60);
+BENCHMARK(Throughput)->Name("GetParam, 8 threads, 800 calls")->UseManualTime()->Iterations(30);
+
+}  // namespace
