@@ -259,8 +259,8 @@ bool IsBlock(const std::string& path) {
 }
 
 bool ResizeFile(const std::string& path, unsigned long long length) {
-    // The width of the device's file offsets, kept where they are wider: the same length gives the
-    // same file on both.
+    // The width of the device's file offsets, kept where they are wider: a length means the same on
+    // both. From 2 GiB on it is negative there, and refused.
     return truncate(SystemPath(path), static_cast<off_t>(static_cast<std::uint32_t>(length))) == 0;
 }
 

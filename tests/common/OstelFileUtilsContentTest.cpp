@@ -175,6 +175,13 @@ TEST_F(CopyFileTest, KeepsNoDescriptorOpen) {
     CopyFile(file, "/dev/full");
     ReadFile(m_Dir.Path().string(), text);
     WriteFile("/dev/full", "x", false, false);
+    CopyDirectory(Directory("d"), File("e"));
+    RemoveDirectoryRecursive(File("e"));
+    GetDirectorySizeRecursive(m_Dir.Path().string());
+    SyncDirectory(m_Dir.Path().string());
+    std::set<std::string> names;
+    GetFiles(m_Dir.Path().string() + "/", names);
+    EXPECT_EQ(names.size(), 2U);
     EXPECT_EQ(NamesIn("/proc/self/fd").size(), before);
 }
 

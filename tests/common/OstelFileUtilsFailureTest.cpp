@@ -17,6 +17,7 @@ namespace {
 
 std::size_t s_LargestAllocation = SIZE_MAX;
 bool s_IsChmodRefused = false;
+bool s_DoesCloseFail = false;
 int s_OpendirCallsLeft = -1;  // -1: without end
 
 }  // namespace
@@ -46,6 +47,16 @@ extern "C" OSTEL_API int chmod(const char* path, mode_t mode) {
     return reinterpret_cast<TChmod>(dlsym(RTLD_NEXT, "chmod"))(path, mode);
 }
 
+extern "C" OSTEL_API int close(int descriptor) {
+    static const auto next = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "close"));
+    const int result = next(descriptor);
+    if (s_DoesCloseFail) {
+        errno = EIO;
+        return -1;
+    }
+    return result;
+}
+
 extern "C" OSTEL_API DIR* opendir(const char* path) {
     if (s_OpendirCallsLeft == 0) {
         errno = EMFILE;
@@ -73,6 +84,7 @@ protected:
     ~FileUtilsFailure() override {
         s_LargestAllocation = SIZE_MAX;
         s_IsChmodRefused = false;
+        s_DoesCloseFail = false;
         s_OpendirCallsLeft = -1;
     }
 };
@@ -89,6 +101,14 @@ TEST_F(FileUtilsFailure, ExhaustedMemoryEndsARead) {
     close(descriptor);
 }
 
+TEST_F(FileUtilsFailure, AReadAsksForTheFilesSizeAtOnce) {
+    const std::string file = Put("file", std::string(100000, 'x'));
+    std::string text;
+    s_LargestAllocation = 110000;  // less than a text that doubles with each chunk would need
+    EXPECT_TRUE(ReadFile(file, text));
+    EXPECT_EQ(text.size(), 100000U);
+}
+
 TEST_F(FileUtilsFailure, MemoryExhaustedWhileReadingKeepsWhatWasRead) {
     // Has no size, so that the text grows with what is read.
     const std::string fifo = File("fifo");
@@ -101,6 +121,17 @@ TEST_F(FileUtilsFailure, MemoryExhaustedWhileReadingKeepsWhatWasRead) {
     close(end);
     EXPECT_EQ(text, std::string(text.size(), 'x'));
     EXPECT_GE(text.size(), 8192U);
+}
+
+TEST_F(FileUtilsFailure, WhatComesOfClosingDoesNotMatter) {
+    const std::string file = Put("file", "text");
+    std::string text;
+    s_DoesCloseFail = true;
+    EXPECT_TRUE(WriteFile(File("new"), "text", false, true));
+    EXPECT_TRUE(ReadFile(file, text));
+    EXPECT_TRUE(CopyFile(file, File("copy")));
+    EXPECT_FAILS(WriteFile("/dev/full", "text", false, false), ENOSPC);
+    EXPECT_FAILS(CopyFile(file, File("missing/copy")), ENOENT);
 }
 
 TEST_F(FileUtilsFailure, ATemporaryDirectoryWithoutItsModeIsRemovedAgain) {

@@ -3,6 +3,7 @@
 #include <sched.h>
 #include <sys/mount.h>
 
+#include <regex>
 #include <thread>
 
 #include "FileUtilsTest.h"
@@ -154,16 +155,32 @@ TEST_P(FileUtilsTraced, MakesExactlyThisCall) {
         testing::HasSubstr(Replaced(Replaced(traced.line, "PATH", path), "MORE", File("more"))));
 }
 
+TEST_F(FileUtilsTest, SyncingADirectoryReachesItsOwnDescriptor) {
+    const std::string obstacle = Strace::WhyNot();
+    if (!obstacle.empty()) {
+        GTEST_SKIP() << obstacle;
+    }
+    const std::string directory = Directory("d");
+    const std::string calls = Strace::Run(
+        "open,openat,fsync", {FILE_UTILS_PROGRAM, "sync-directory", directory, File("more")});
+    std::smatch call;
+    ASSERT_TRUE(
+        std::regex_search(calls, call, std::regex("\"" + directory + "\",[^\n]* = ([0-9]+)\n")))
+        << calls;
+    EXPECT_THAT(calls, testing::HasSubstr("fsync(" + call[1].str() + ")"));
+}
+
 INSTANTIATE_TEST_SUITE_P(
     All, FileUtilsTraced,
     testing::Values(TTraced{"read", "open,openat", "\"PATH\", 0) = "},
+                    TTraced{"read", "read", "\"text\", 8192) "},
+                    TTraced{"copy", "read", "\"text\", 8192) "},
                     TTraced{"write", "open,openat", "\"PATH\", 0x241, 0755) = "},
                     TTraced{"append", "open,openat", "\"PATH\", 0x441, 0755) = "},
                     TTraced{"write-sync", "open,openat", "\"PATH\", 0x101241, 0755) = "},
                     TTraced{"append-sync", "open,openat", "\"PATH\", 0x101441, 0755) = "},
                     TTraced{"copy", "open,openat", "\"PATH\", 0) = "},
                     TTraced{"copy", "open,openat", "\"MORE\", 0x241, 0755) = "},
-                    TTraced{"sync-directory", "fsync", "fsync("},
                     TTraced{"read-link", "readlink", "readlink(\"PATH\", \"target\", 4096) "},
                     TTraced{"owner", "lchown,lchown32", "(\"PATH\", 1234, -1) "},
                     TTraced{"group", "lchown,lchown32", "(\"PATH\", -1, 1234) "}),

@@ -253,6 +253,14 @@ TEST_F(OstelFileUtils, SameIsTheFileAndNotTheContent) {
     EXPECT_FALSE(IsSame(File("missing"), File("missing")));
 }
 
+TEST_F(OstelFileUtils, TheSameNumberOnAnotherFileSystemIsAnotherFile) {
+    if (StatusOf("/proc").st_ino != StatusOf("/sys").st_ino) {
+        GTEST_SKIP() << "/proc and /sys have no inode number in common";
+    }
+    EXPECT_FALSE(IsSame("/proc", "/sys"));
+    EXPECT_TRUE(IsSame("/proc", "/proc/."));
+}
+
 TEST_F(OstelFileUtils, RealPathResolvesLinksAndDots) {
     const std::string real = std::filesystem::canonical(Directory("a/b")).string();
     Link("a", "link");
@@ -276,6 +284,16 @@ TEST_F(OstelFileUtils, ResizeTakesTheLow32BitsOfTheLength) {
     const std::string file = Put("file", "text");
     EXPECT_TRUE(ResizeFile(file, 0x700000003ULL));
     EXPECT_EQ(Content(file), "tex");
+}
+
+TEST_F(OstelFileUtils, ResizeTo2GibibytesNeedsWideOffsets) {
+    const std::string file = Put("file", "text");
+    if (sizeof(off_t) > 4) {
+        EXPECT_TRUE(ResizeFile(file, 0x780000000ULL));
+        EXPECT_EQ(GetSize(file), 0x80000000ULL);
+    } else {
+        EXPECT_FAILS(ResizeFile(file, 0x780000000ULL), EINVAL);
+    }
 }
 
 TEST_F(OstelFileUtils, TheCurrentDirectoryIsTheLastChangedTo) {
@@ -338,6 +356,15 @@ TEST_F(OstelFileUtils, OverlongAndEmptyPathsAreRefused) {
     EXPECT_FAILS(ReadFile(overlong, out), ENAMETOOLONG);
     EXPECT_FAILS(WriteFile("", "x", false, false), ENOENT);
     EXPECT_FAILS(CreateDirectoryRecursive("", 0700), ENOENT);
+}
+
+TEST_F(OstelFileUtils, NoParentsAreMadeForAnOverlongPath) {
+    std::string path = File("parent");
+    while (path.size() < 5000) {
+        path += "/x";
+    }
+    EXPECT_FAILS(CreateDirectoryRecursive(path, 0700), ENAMETOOLONG);
+    EXPECT_FALSE(IsThere(File("parent")));
 }
 
 TEST(OstelFileUtilsPaths, SplitAsPosixDoes) {

@@ -80,6 +80,15 @@ TEST_F(TDirIteratorTest, WhatCannotBeOpenedIsTheEnd) {
     EXPECT_TRUE(TDirIterator(Put("file", "")) == TDirIterator::End());
 }
 
+// The slash is put behind the path before it is opened.
+TEST_F(TDirIteratorTest, TheEmptyPathIsTheRoot) {
+    EXPECT_THAT(TDirIterator("").GetFullPath(), testing::MatchesRegex("/[^/]+"));
+    EXPECT_FALSE(IsDirEmpty(""));
+    std::set<std::string> names;
+    EXPECT_FAILS(GetFiles("", names), ENOENT);
+    EXPECT_THAT(names, IsEmpty());
+}
+
 TEST_F(TDirIteratorTest, EqualsByFullPath) {
     Directory("d");
     Put("d/a", "");
