@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
 #include <fstream>
 #include <functional>
@@ -210,10 +211,12 @@ TEST_F(Gateway, ACommitIsWholeWheneverTheGatewayIsKilled) {
     const std::string first = "Device.Time.NTPServer4";
     const std::string second = "Device.Time.NTPServer5";
     std::string committed;
-    int attempt = 0;
+    std::atomic<int> attempt{0};
     for (int round = 0; round < 20; ++round) {
-        std::thread killer([&] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1 + round * 3 % 17));
+        // At another moment in each round, once writing has begun.
+        std::thread killer([&, begin = attempt.load()] {
+            EXPECT_TRUE(WaitUntil([&] { return attempt > begin + 1; }));
+            std::this_thread::sleep_for(std::chrono::microseconds(round * 700 % 3000));
             m_Gateway.Process().Signal(SIGKILL);
         });
         std::string tried;
@@ -232,7 +235,7 @@ TEST_F(Gateway, ACommitIsWholeWheneverTheGatewayIsKilled) {
         EXPECT_TRUE(value == committed || value == tried) << value << " " << committed;
         committed = value;
     }
-    EXPECT_GT(attempt, 20);
+    EXPECT_GE(attempt, 40);
 }
 
 TEST_F(Gateway, AnnouncesApplicationsThatComeAndGo) {
