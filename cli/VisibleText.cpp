@@ -26,7 +26,7 @@ std::size_t SizeOf(unsigned char lead) {
 }
 
 // The character that a text begins with. None where it is no UTF-8, longer forms than needed
-// included: they could bring a control character past whoever looks for the short one.
+// included: a strict terminal takes them for the single bytes that they are made of.
 std::optional<TCharacter> FirstOf(std::string_view text) {
     const auto lead = static_cast<unsigned char>(text[0]);
     const std::size_t size = SizeOf(lead);
