@@ -6,6 +6,19 @@
 #include "OstelAppLibTest.h"
 #include "TlsPeer.h"
 
+// Arrays, too, under the sanitizers, which have allocations of their own for them.
+void* operator new[](std::size_t size) {
+    return operator new(size);
+}
+
+void operator delete[](void* memory) noexcept {
+    operator delete(memory);
+}
+
+void operator delete[](void* memory, std::size_t) noexcept {
+    operator delete(memory);
+}
+
 namespace {
 
 // Asks again and again, with one allocation more before that which fails, until none does.

@@ -290,15 +290,16 @@ TEST_F(OstelAppLib, EveryOtherRequestPassesTheCodeOnAndLeavesItsRecordAlone) {
         for (const int code : {1, 7, -1, 1000}) {
             m_Dispatcher.Answer(type, full, code);
             EXPECT_EQ(ask(), code) << type;
+            // At once: an array that is made anew twice may stand where it stood.
+            EXPECT_EQ(array.params, arrayBefore);
+            EXPECT_EQ(object.params.params, objectBefore);
+            EXPECT_EQ(ids.ids, idsBefore);
         }
     }
     EXPECT_FALSE(request.isArray);
     EXPECT_EQ(request.array.params, nullptr);
-    EXPECT_EQ(array.params, arrayBefore);
     EXPECT_EQ(array.count, 1U);
-    EXPECT_EQ(object.params.params, objectBefore);
     EXPECT_EQ(object.params.count, 1U);
-    EXPECT_EQ(ids.ids, idsBefore);
     EXPECT_EQ(ids.count, 3U);
     EXPECT_EQ(maps.count, 7U);
     EXPECT_EQ(longParam.size, 0U);
