@@ -60,7 +60,8 @@ public:
 
     TIndexMap GetIndexMap() const;
 
-    // Stage an instance's addition or deletion. A number is never given twice.
+    // Stage an instance's addition or deletion. A number is never given twice, by this object not
+    // at all, and after a restart none that a commit has put on record.
     tOstelReturnCode Add(const std::string& table, unsigned int& id);
     tOstelReturnCode Delete(const std::string& instance);
 

@@ -71,7 +71,8 @@ int TDispatcher::OnMethodCall(const std::string& type, const std::string& reques
         code = RC_BUFFER_OVERFLOW;
     }
     if (code == RC_BUFFER_OVERFLOW) {
-        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s: there is no room for the answer", type.c_str());
+        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s: there is no room for %s", type.c_str(),
+                      type == "ADD_OBJECT_INSTANCE" ? "another instance" : "the answer");
     }
     return code;
 }

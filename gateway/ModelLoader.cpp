@@ -47,8 +47,8 @@ std::vector<std::string> Texts(const TOstelJsonObject& object, const std::string
     return texts;
 }
 
-std::optional<double> Number(const TOstelJsonObject& object, const std::string& name,
-                             const std::string& place) {
+std::optional<TParamType::TRangeEnd> Number(const TOstelJsonObject& object, const std::string& name,
+                                            const std::string& place) {
     if (!object.HasProperty(name)) {
         return std::nullopt;
     }
@@ -56,12 +56,15 @@ std::optional<double> Number(const TOstelJsonObject& object, const std::string& 
     if (type != TOstelJsonObject::JSON_TYPE_INTEGER && type != TOstelJsonObject::JSON_TYPE_REAL) {
         Fail(place, "\"" + name + "\" is not a number");
     }
+    if (type == TOstelJsonObject::JSON_TYPE_INTEGER) {
+        return static_cast<TParamType::TRangeEnd>(object.GetPropertyValue(name, 0LL));
+    }
     return object.GetPropertyValue(name, 0.0);
 }
 
 std::optional<std::size_t> Count(const TOstelJsonObject& object, const std::string& name,
                                  const std::string& place) {
-    const std::optional<double> number = Number(object, name, place);
+    const auto number = Number(object, name, place);
     if (!number) {
         return std::nullopt;
     }

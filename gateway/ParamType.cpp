@@ -120,6 +120,16 @@ std::size_t Length(TBaseType base, const std::string& text) {
     }));
 }
 
+// The ends of a range have come here as numbers of less precision, some of them; a value that is
+// written like an end has to be equal to it.
+bool AllowDecimal(const TParamType::TRange& range, const std::string& item) {
+    const auto narrow = [](const std::optional<TParamType::TRangeEnd>& end) {
+        return end ? std::optional<double>(static_cast<double>(*end)) : std::nullopt;
+    };
+    return TParamType::TLimits<double>{narrow(range.minimum), narrow(range.maximum)}.Allow(
+        std::strtod(item.c_str(), nullptr));
+}
+
 template <typename T, typename TMeets>
 bool MeetsOne(const std::vector<T>& limits, TMeets meets) {
     return limits.empty() || std::any_of(limits.begin(), limits.end(), meets);
@@ -147,8 +157,10 @@ bool TParamType::AllowsItem(const std::string& item) const {
     if (!HasForm(base, item)) {
         return false;
     }
-    const auto inRange = [number = IsNumber(base) ? std::strtod(item.c_str(), nullptr) : 0.0](
-                             const TRange& range) { return range.Allow(number); };
+    const auto inRange = [&](const TRange& range) {
+        return base == TBaseType::DECIMAL ? AllowDecimal(range, item)
+                                          : range.Allow(std::strtold(item.c_str(), nullptr));
+    };
     if (IsNumber(base) && !MeetsOne(ranges, inRange)) {
         return false;
     }

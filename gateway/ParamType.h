@@ -1,6 +1,7 @@
 #ifndef PARAM_TYPE_H
 #define PARAM_TYPE_H
 
+#include <limits>
 #include <optional>
 #include <regex>
 #include <string>
@@ -35,7 +36,10 @@ struct TParamType {
             return (!minimum || value >= *minimum) && (!maximum || value <= *maximum);
         }
     };
-    using TRange = TLimits<double>;
+    // Holds every number of 64 bits as it is, as it does on the processors that this runs on.
+    using TRangeEnd = long double;
+    static_assert(std::numeric_limits<TRangeEnd>::digits >= 64);
+    using TRange = TLimits<TRangeEnd>;
     using TSize = TLimits<std::size_t>;
 
     // A text of items with commas between them; everything else here then holds for one item.

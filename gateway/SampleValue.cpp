@@ -120,8 +120,9 @@ private:
     std::string_view m_Rest;
 };
 
-std::string WholeNumber(double number) {
-    return std::to_string(std::llround(number));
+std::string WholeNumber(TParamType::TRangeEnd number) {
+    std::string text = std::to_string(std::round(number));
+    return text.substr(0, text.find('.'));
 }
 
 std::vector<std::string> Candidates(const TParamType& type) {

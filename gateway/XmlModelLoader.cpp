@@ -82,13 +82,14 @@ private:
         return attribute.value();
     }
 
-    std::optional<double> Number(const pugi::xml_node& node, const char* name) const {
+    std::optional<TParamType::TRangeEnd> Number(const pugi::xml_node& node,
+                                                const char* name) const {
         const char* const text = node.attribute(name).value();
         if (*text == '\0') {
             return std::nullopt;
         }
         char* end = nullptr;
-        const double number = std::strtod(text, &end);
+        const TParamType::TRangeEnd number = std::strtold(text, &end);
         if (*end != '\0') {
             Fail(node, std::string("\"") + name + "\" is not a number: \"" + text + "\"");
         }
@@ -96,7 +97,7 @@ private:
     }
 
     std::optional<std::size_t> Count(const pugi::xml_node& node, const char* name) const {
-        const std::optional<double> number = Number(node, name);
+        const auto number = Number(node, name);
         if (number && (*number < 0 || *number > std::numeric_limits<unsigned int>::max())) {
             Fail(node, std::string("\"") + name + "\" is out of range");
         }

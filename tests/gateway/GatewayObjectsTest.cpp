@@ -162,6 +162,17 @@ TEST_F(GatewayObjects, InstancesAndTheirNumbersSurviveACrash) {
     EXPECT_EQ(Add(MAPPINGS), deleted + 1);
 }
 
+// An addition leaves nothing behind until it is committed, not even its number.
+TEST_F(GatewayObjects, ANumberThatWasNeverCommittedIsGivenAgainAfterACrash) {
+    const int id = Add(MAPPINGS);
+    EXPECT_EQ(Add(MAPPINGS), id + 1);
+    m_Gateway.KillAndRestart();
+    EXPECT_EQ(Add(MAPPINGS), id);
+    EXPECT_EQ(m_App.Commit(), RC_SUCCESS);
+    m_Gateway.KillAndRestart();
+    EXPECT_EQ(Add(MAPPINGS), id + 1);
+}
+
 TEST_F(GatewayObjects, RefusesInstancesByTheDocumentedCodes) {
     int id = 0;
     EXPECT_EQ(m_App.AddObject("Device.Nothing.", id), RC_INVALID_PARAM_NAME);

@@ -10,6 +10,7 @@
 #include "GatewayFixture.h"
 #include "TOstelJsonObject.h"
 #include "TlsPeer.h"
+#include "WaitUntil.h"
 
 namespace {
 
@@ -150,8 +151,40 @@ TEST_F(GatewayRemote, TellsSubscribersOfChanges) {
                   LED + R"(\",\"VALUE\":\"BLINK\"}"})");
     EXPECT_EQ(Ask(R"({"REQUEST_TYPE":"UNSUBSCRIBE",)" + request, from), R"({"STATUS":"OK"})");
     EXPECT_EQ(Ask(R"({"REQUEST_TYPE":"UNSUBSCRIBE",)" + request, from), R"({"STATUS":"OK"})");
+    // What comes after it shows that this one does not.
+    EXPECT_THAT(Ask(R"({"REQUEST_TYPE":"SUBSCRIBE","EVENT_NAME":"REMOTE_DATA_MODEL_CHANGED",)"
+                    R"("PARAMS":[{"NAME":"Device.Time.NTPServer3"}],"SERIAL_NUMBER":"S1"})",
+                    from),
+                HasSubstr("OK"));
     EXPECT_EQ(m_App.SetParam(LED, "ON", true), RC_SUCCESS);
-    EXPECT_EQ(subscriber.Requests().size(), 1U);
+    EXPECT_EQ(m_App.SetParam("Device.Time.NTPServer3", "y", true), RC_SUCCESS);
+    ASSERT_TRUE(WaitUntil([&] { return subscriber.Requests().size() > 1; }));
+    EXPECT_THAT(subscriber.Requests().at(1), HasSubstr("NTPServer3"));
+}
+
+TEST_F(GatewayRemote, SubscribersThatHangOrAreGoneDelayNoLocalRequest) {
+    const auto timeOfWrites = [this] {
+        const auto start = std::chrono::steady_clock::now();
+        for (const char* state : {"BLINK", "ON", "BLINK", "ON", "BLINK", "ON", "BLINK", "ON"}) {
+            EXPECT_EQ(m_App.SetParam(LED, state, true), RC_SUCCESS);
+        }
+        return std::chrono::steady_clock::now() - start;
+    };
+    const auto alone = timeOfWrites();
+    const TlsPeer hanging({m_Unit}, [](TlsPeer::TConnection& connection) {
+        while (!connection.Receive().empty()) {
+        }
+    });
+    for (const std::string& address : {hanging.Host(), TlsPeer::FreeHost()}) {
+        EXPECT_THAT(Ask(R"({"REQUEST_TYPE":"SUBSCRIBE","EVENT_NAME":"REMOTE_DATA_MODEL_CHANGED",)"
+                        R"("PARAMS":[{"NAME":")" +
+                            LED + R"("}],"SERIAL_NUMBER":"S1"})",
+                        {"-bind", address + ":0"}),
+                    HasSubstr("OK"));
+    }
+    EXPECT_EQ(m_App.SetParam(LED, "OFF", true), RC_SUCCESS);
+    ASSERT_TRUE(hanging.WaitForRequest());
+    EXPECT_LT(timeOfWrites(), alone + std::chrono::seconds(1));
 }
 
 TEST_F(GatewayRemote, SubscribesToNothingThatItDoesNotHave) {

@@ -49,6 +49,18 @@ TEST_F(ModelLoader, TakesParametersWithTheirDefaults) {
     EXPECT_EQ(m_Model.Set({{"Device.A", "false"}}), RC_SUCCESS);
 }
 
+TEST_F(ModelLoader, TakesRangesToTheLastDigit) {
+    EXPECT_EQ(LoadParameter(R"("name":"A","type":"long","access":"readWrite","default":"0",)"
+                            R"("maximum":9007199254740993)"),
+              "");
+    EXPECT_EQ(m_Model.Set({{"Device.A", "9007199254740994"}}), RC_INVALID_PARAM_VALUE);
+    EXPECT_EQ(m_Model.Set({{"Device.A", "9007199254740993"}}), RC_SUCCESS);
+    EXPECT_EQ(LoadParameter(R"("name":"A","type":"decimal","access":"readWrite","default":"0.1",)"
+                            R"("minimum":0.1,"maximum":0.3)"),
+              "");
+    EXPECT_EQ(m_Model.Set({{"Device.A", "0.3"}}), RC_SUCCESS);
+}
+
 TEST_F(ModelLoader, TakesInstancesOfNestedTables) {
     EXPECT_EQ(Load(R"({"objects":[
         {"path":"D.T.{i}.","access":"readWrite","entries":"TNumberOfEntries",

@@ -61,6 +61,32 @@ TEST(ParamType, HoldsNumbersWithinTheirRange) {
     EXPECT_TRUE(type.Allows("20"));
 }
 
+// A double would round them.
+TEST(ParamType, HoldsLongNumbersWithinTheirRangeToTheLastDigit) {
+    TParamType type = Of("long");
+    type.ranges = {{-9007199254740993, 9223372036854775806}};
+    EXPECT_TRUE(type.Allows("-9007199254740993"));
+    EXPECT_FALSE(type.Allows("-9007199254740994"));
+    EXPECT_TRUE(type.Allows("9223372036854775806"));
+    EXPECT_FALSE(type.Allows("9223372036854775807"));
+    TParamType natural = Of("unsignedLong");
+    natural.ranges = {{std::nullopt, 18446744073709551614U}};
+    EXPECT_TRUE(natural.Allows("18446744073709551614"));
+    EXPECT_FALSE(natural.Allows("18446744073709551615"));
+}
+
+TEST(ParamType, ADecimalThatIsWrittenLikeTheEndOfItsRangeIsWithinIt) {
+    TParamType type = Of("decimal");
+    type.ranges = {{0.1, 0.3}};
+    EXPECT_TRUE(type.Allows("0.1"));
+    EXPECT_TRUE(type.Allows("0.3"));
+    EXPECT_FALSE(type.Allows("0.09999999"));
+    EXPECT_FALSE(type.Allows("0.30000001"));
+    type.ranges = {{0.1L, 0.3L}};
+    EXPECT_TRUE(type.Allows("0.1"));
+    EXPECT_TRUE(type.Allows("0.3"));
+}
+
 TEST(ParamType, CountsCharactersNotBytes) {
     TParamType type = Of("string");
     type.sizes = {{2, 3}};
