@@ -1,7 +1,12 @@
 // Two names can match only if they have the same shape: the name with every run of digits and "*"
-// made into one "*". Names are kept in tables by themselves or by their shape, so that a large
-// reply costs one or two look-ups for each parameter and only names of one shape are compared.
+// made into one "*". And a name with "*" can match one without only if their other runs are the
+// same. So names are kept in tables: those without "*" by themselves, the others by their shape and
+// then by what is left of them when the runs with a "*" are opened. However many names differ in
+// their numbers alone, a parameter costs a few look-ups and is held against names that fit.
 #include "OstelNameMatch.h"
+
+#include <algorithm>
+#include <string_view>
 
 namespace OstelNameMatch {
 
@@ -11,17 +16,43 @@ bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-std::string Shape(const std::string& name) {
-    std::string shape;
-    shape.reserve(name.size());
-    for (const char c : name) {
-        if (!IsDigit(c) && c != '*') {
-            shape += c;
-        } else if (shape.empty() || shape.back() != '*') {
-            shape += '*';
-        }
+// The length of the run of digits and "*" at `start`.
+std::size_t RunLength(const std::string& name, std::size_t start) {
+    std::size_t end = start;
+    while (end < name.size() && (IsDigit(name[end]) || name[end] == '*')) {
+        ++end;
     }
-    return shape;
+    return end - start;
+}
+
+// The name with one "*" in place of each run for which isOpen(number of the run, its text) holds.
+template <typename IsOpen>
+std::string Open(const std::string& name, IsOpen isOpen) {
+    std::string opened;
+    opened.reserve(name.size());
+    std::size_t number = 0;
+    for (std::size_t i = 0; i < name.size();) {
+        const std::size_t length = RunLength(name, i);
+        if (length == 0) {
+            opened += name[i++];
+            continue;
+        }
+        if (isOpen(number++, std::string_view(name).substr(i, length))) {
+            opened += '*';
+        } else {
+            opened.append(name, i, length);
+        }
+        i += length;
+    }
+    return opened;
+}
+
+std::string Shape(const std::string& name) {
+    return Open(name, [](std::size_t, std::string_view) { return true; });
+}
+
+std::string Open(const std::string& name, const std::vector<bool>& openRuns) {
+    return Open(name, [&](std::size_t number, std::string_view) { return openRuns[number]; });
 }
 
 // Steps over the digits at `position`; false when there are none.
@@ -60,20 +91,37 @@ bool Match(const std::string& left, const std::string& right) {
 TIndex::TIndex(const std::vector<std::string>& names) : m_Names(names) {
     for (std::size_t i = 0; i < names.size(); ++i) {
         if (HasWildcard(names[i])) {
-            m_WildcardShapes[Shape(names[i])].push_back(i);
+            AddWildcard(i);
         } else {
             m_Exact[names[i]].push_back(i);
         }
     }
 }
 
-void TIndex::Append(const TPositions& byShape, const std::string& name,
+void TIndex::AddWildcard(std::size_t position) {
+    const std::string& name = m_Names[position];
+    std::vector<bool> openRuns;
+    const std::string key = Open(name, [&](std::size_t, std::string_view run) {
+        openRuns.push_back(run.find('*') != std::string_view::npos);
+        return openRuns.back();
+    });
+    std::vector<TFamily>& families = m_Wildcards[Shape(name)];
+    auto family = std::find_if(families.begin(), families.end(), [&](const TFamily& candidate) {
+        return candidate.openRuns == openRuns;
+    });
+    if (family == families.end()) {
+        family = families.insert(family, {openRuns, {}});
+    }
+    family->positions[key].push_back(position);
+}
+
+void TIndex::Append(const TPositions& candidates, const std::string& key, const std::string& name,
                     std::vector<std::size_t>& found) const {
-    const auto candidates = byShape.find(Shape(name));
-    if (candidates == byShape.end()) {
+    const auto fitting = candidates.find(key);
+    if (fitting == candidates.end()) {
         return;
     }
-    for (const std::size_t position : candidates->second) {
+    for (const std::size_t position : fitting->second) {
         if (Match(m_Names[position], name)) {
             found.push_back(position);
         }
@@ -87,8 +135,12 @@ std::vector<std::size_t> TIndex::Find(const std::string& name) {
         if (same != m_Exact.end()) {
             found = same->second;
         }
-        if (!m_WildcardShapes.empty()) {
-            Append(m_WildcardShapes, name, found);
+        const auto families =
+            m_Wildcards.empty() ? m_Wildcards.end() : m_Wildcards.find(Shape(name));
+        if (families != m_Wildcards.end()) {
+            for (const TFamily& family : families->second) {
+                Append(family.positions, Open(name, family.openRuns), name, found);
+            }
         }
         return found;
     }
@@ -97,7 +149,7 @@ std::vector<std::size_t> TIndex::Find(const std::string& name) {
             m_AllShapes[Shape(m_Names[i])].push_back(i);
         }
     }
-    Append(m_AllShapes, name, found);
+    Append(m_AllShapes, Shape(name), name, found);
     return found;
 }
 

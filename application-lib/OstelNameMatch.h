@@ -2,6 +2,7 @@
 #ifndef OSTEL_NAME_MATCH_H
 #define OSTEL_NAME_MATCH_H
 
+#include <cstddef>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -26,13 +27,20 @@ public:
 private:
     using TPositions = std::unordered_map<std::string, std::vector<std::size_t>>;
 
-    void Append(const TPositions& byShape, const std::string& name,
+    // Names of one shape that have their "*" in the same runs, by the name with these runs open.
+    struct TFamily {
+        std::vector<bool> openRuns;
+        TPositions positions;
+    };
+
+    void AddWildcard(std::size_t position);
+    void Append(const TPositions& candidates, const std::string& key, const std::string& name,
                 std::vector<std::size_t>& found) const;
 
     const std::vector<std::string>& m_Names;
-    TPositions m_Exact;           // names without "*", by themselves
-    TPositions m_WildcardShapes;  // names with "*", by their shape
-    TPositions m_AllShapes;       // all names by their shape; filled when first needed
+    TPositions m_Exact;      // names without "*", by themselves
+    TPositions m_AllShapes;  // all names by their shape; filled when first needed
+    std::unordered_map<std::string, std::vector<TFamily>> m_Wildcards;  // names with "*", by shape
 };
 
 }  // namespace OstelNameMatch

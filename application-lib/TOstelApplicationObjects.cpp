@@ -1,4 +1,8 @@
 // Parameter arrays, objects and index maps.
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+
 #include "OstelDocuments.h"
 #include "OstelNameMatch.h"
 #include "TOstelApplication.h"
@@ -11,16 +15,63 @@ using OstelDocuments::Integer;
 
 namespace {
 
-// "PARAMS" of a request that asks for values: the names alone.
-void NamesToJson(const std::vector<TOstelApplication::TOstelAppParam>& params,
-                 TOstelJsonObject& json) {
-    void* array = json.NewJsonArray();
+using TParams = std::vector<TOstelApplication::TOstelAppParam>;
+
+// Null, as a value of its own, for what is no text that a document can hold.
+json_t* NewText(const std::string& text) {
+    json_t* const json = json_stringn(text.data(), text.size());
+    return json != nullptr ? json : json_null();
+}
+
+// The elements are made in their array: a copy of each would be most of a large request's cost.
+template <typename Fill>
+void ParamsToJson(const TParams& params, TOstelJsonObject& json, Fill fill) {
+    json_t* const array = json_array();
     for (const auto& param : params) {
-        TOstelJsonObject element;
-        element.SetPropertyValue("NAME", param.name);
-        json.AppendJsonArray(&array, element.ToJson(element));
+        json_t* const element = json_object();
+        fill(element, param);
+        json_array_append_new(array, element);
     }
     json.SetJsonObject("PARAMS", array);
+}
+
+// "PARAMS" of a request that asks for values: the names alone.
+void NamesToJson(const TParams& params, TOstelJsonObject& json) {
+    ParamsToJson(params, json, [](json_t* element, const auto& param) {
+        json_object_set_new(element, "NAME", NewText(param.name));
+    });
+}
+
+bool IsPlain(char c) {
+    return c >= ' ' && c <= '~' && c != '"' && c != '\\';
+}
+
+void AppendText(std::string& json, const std::string& text) {
+    if (std::all_of(text.begin(), text.end(), &IsPlain)) {
+        json += '"';
+        json += text;
+        json += '"';
+        return;
+    }
+    const std::unique_ptr<json_t, decltype(&json_decref)> value(NewText(text), &json_decref);
+    const std::unique_ptr<char, decltype(&std::free)> encoded(
+        json_dumps(value.get(), JSON_COMPACT | JSON_ENCODE_ANY), &std::free);
+    json += encoded ? encoded.get() : "null";
+}
+
+// The document of NamesToJson as a text. An array of many thousand names is asked for at once, and
+// making a tree of values only to write it down would take as long as reading the reply.
+std::string EncodeNames(const TParams& params) {
+    std::string json = R"({"PARAMS":[)";
+    for (const auto& param : params) {
+        json += R"({"NAME":)";
+        AppendText(json, param.name);
+        json += "},";
+    }
+    if (!params.empty()) {
+        json.pop_back();
+    }
+    return json + "]}";
 }
 
 }  // namespace
@@ -38,23 +89,19 @@ void TOstelApplication::PopulateParamArray(const TOstelJsonObject& reply,
 
 void TOstelApplication::ParamArrayToJson(const std::vector<TOstelAppParam>& params,
                                          TOstelJsonObject& json) {
-    void* array = json.NewJsonArray();
-    for (const TOstelAppParam& param : params) {
-        TOstelJsonObject element;
-        element.SetPropertyValue("NAME", param.name);
-        element.SetPropertyValue("VALUE", param.value);
-        json.AppendJsonArray(&array, element.ToJson(element));
-    }
-    json.SetJsonObject("PARAMS", array);
+    ParamsToJson(params, json, [](json_t* element, const auto& param) {
+        json_object_set_new(element, "NAME", NewText(param.name));
+        json_object_set_new(element, "VALUE", NewText(param.value));
+    });
 }
 
 tOstelReturnCode TOstelApplication::GetParamArray(std::vector<TOstelAppParam>& params) {
     return Attempt([&] {
-        TOstelJsonObject document;
-        NamesToJson(params, document);
         std::string reply;
-        const tOstelReturnCode code = Call("GET_PARAM_ARRAY", document, reply);
+        const auto code = static_cast<tOstelReturnCode>(
+            m_Ipc->CallMethod("GET_PARAM_ARRAY", EncodeNames(params), reply));
         if (code == RC_SUCCESS) {
+            TOstelJsonObject document;
             Decode(document, reply);
             PopulateParamArray(document, params);
         }

@@ -8,6 +8,7 @@
 
 namespace {
 
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
@@ -204,6 +205,29 @@ TEST_F(TGroupedParamArray, TheWorkGrowsWithTheNumberOfNames) {
     const double small = measure(1000);
     const double large = measure(100000);
     EXPECT_LT(large, small * 1000);
+}
+
+// Names that differ in their numbers alone: each "*" is held against its own host's parameters.
+TEST_F(TGroupedParamArray, TheWorkGrowsWithTheNumberOfNamesWithWildcards) {
+    const auto measure = [this](std::size_t count) {
+        TNames names;
+        TParams returned;
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::string host = "Device.Hosts.Host." + std::to_string(i) + ".IPv4Address.";
+            names.push_back(host + "*.IPAddress");
+            returned.push_back({host + "1.IPAddress", "192.0.2.1"});
+        }
+        AnswerWith(returned);
+        const double start = ThreadSeconds();
+        const TGroups groups = Get(names);
+        const double seconds = ThreadSeconds() - start;
+        EXPECT_THAT(groups, Each(SizeIs(1)));
+        return seconds;
+    };
+    measure(500);
+    const double small = measure(500);
+    const double large = measure(20000);
+    EXPECT_LT(large, small * 400);
 }
 
 }  // namespace

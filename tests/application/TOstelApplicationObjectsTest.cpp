@@ -40,6 +40,26 @@ TEST_F(TOstelApplicationObjects, AnEmptyArrayTakesWhateverComes) {
     EXPECT_THAT(params, IsEmpty());
 }
 
+// Each name comes out of the request as it went in, whatever a JSON text has to escape in it.
+TEST_F(TOstelApplicationObjects, EveryNameIsSentAsADocumentHoldsIt) {
+    m_Dispatcher.Answer("GET_PARAM_ARRAY", R"({"PARAMS":[]})");
+    std::vector<std::string> names = {"",     "Device.Hosts.", "\xc3\xa9",        "a\"b\\c/d",
+                                      "\x7f", "~ !#",          "\xf0\x9f\x98\x80"};
+    for (char c = 0; c < ' '; ++c) {
+        names.emplace_back(1, c);
+    }
+    TParams params;
+    std::vector<TOstelJsonObject> expected(names.size());
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        params.push_back({names[i], "unused"});
+        expected[i].SetPropertyValue("NAME", names[i]);
+    }
+    TOstelJsonObject document;
+    document.SetPropertySequence("PARAMS", expected);
+    EXPECT_EQ(m_App.GetParamArray(params), RC_SUCCESS);
+    EXPECT_EQ(m_Dispatcher.LastText("GET_PARAM_ARRAY"), document.EncodeToString(-1));
+}
+
 TEST_F(TOstelApplicationObjects, AFailureLeavesTheArrayAlone) {
     m_Dispatcher.Answer("GET_PARAM_ARRAY", R"({"PARAMS":[]})", 4);
     m_Dispatcher.Answer("GET_OBJECT", R"({"PARAMS":[]})", 4);
