@@ -61,10 +61,12 @@ void TBusPump::Read(std::unique_lock<std::mutex>& held, DBusConnection* connecti
                     TClock::time_point deadline) {
     m_HasReader = true;
     held.unlock();
-    m_Wakeup.WaitForInput(connection, MillisecondsUntil(deadline));
+    const bool isWoken = m_Wakeup.WaitForInput(connection, MillisecondsUntil(deadline));
     held.lock();
     m_HasReader = false;
-    m_Wakeup.Reset();
+    if (isWoken) {
+        m_Wakeup.Reset();
+    }
     dbus_connection_read_write(connection, 0);
     DispatchAll(connection);
     m_RoundDone.notify_all();
