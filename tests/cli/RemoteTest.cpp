@@ -181,6 +181,9 @@ TEST_F(RemoteOfTheTool, TellsWhatIsLeftStagedWhenALaterValueFails) {
 }
 
 TEST_F(RemoteOfTheTool, SaysThatItHasNoThreadLeft) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "ThreadSanitizer needs the address space that the limit takes";
+#endif
     // In kilobytes; no thread can have a stack of that size.
     const std::string stack = sizeof(void*) == 8 ? "8000000000000000" : "3900000";
     const TFinished get = RunProgram({"sh", "-c",
