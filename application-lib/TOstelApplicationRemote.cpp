@@ -227,8 +227,10 @@ bool TOstelApplication::PerformRemoteRequest(const std::string& request, const s
     }
     const std::unique_ptr<TOstelRawSocket> socket =
         m_TlsContext != nullptr
-            ? std::make_unique<TOstelSslSocket>(descriptor.Release(), m_TlsContext, false)
-            : std::make_unique<TOstelRawSocket>(descriptor.Release());
+            ? std::make_unique<TOstelSslSocket>(descriptor.Get(), m_TlsContext, false)
+            : std::make_unique<TOstelRawSocket>(descriptor.Get());
+    // The socket closes it from here on; not before, as there may be no memory for one.
+    descriptor.Release();
     OSTEL_LOG_AS(ZT_LOG_LEVEL_DEBUG, MODULE, PERFORM, "%s:%d. Request: %s", host.c_str(), PORT,
                  request.c_str());
     if (!socket->Write(request)) {
