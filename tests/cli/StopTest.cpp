@@ -14,7 +14,6 @@
 
 namespace {
 
-using testing::HasSubstr;
 using TManner = ScriptedDispatcher::TManner;
 
 const std::string LED = "Device.X_KAVEN_COM_General.LED.State";
