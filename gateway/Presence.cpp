@@ -1,5 +1,6 @@
 #include "Presence.h"
 
+#include <stdexcept>
 #include <utility>
 
 namespace {
@@ -16,11 +17,20 @@ TPresence::TPresence(TRelay relay) : m_Relay(std::move(relay)), m_Monitor(newOst
     m_Monitor->AddEventLstener(this, TOstelIpc::ON_APP_CONNECTED_EVENT);
     m_Monitor->AddEventLstener(this, TOstelIpc::ON_APP_DISCONNECTED_EVENT);
     m_Monitor->Init(MONITOR_ID);
-    m_Monitor->Run();
+    try {
+        m_Monitor->Run();
+    } catch (const std::runtime_error&) {
+        m_Monitor.reset();
+        m_Names =
+            std::make_unique<TNameWatch>([this](const std::string& eventName,
+                                                const std::string& id) { OnEvent(eventName, id); });
+    }
 }
 
 TPresence::~TPresence() {
-    m_Monitor->Stop();
+    if (m_Monitor) {
+        m_Monitor->Stop();
+    }
 }
 
 void TPresence::OnEvent(const std::string& eventName, const std::string& eventData) {

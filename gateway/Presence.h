@@ -5,10 +5,12 @@
 #include <memory>
 #include <string>
 
+#include "NameWatch.h"
 #include "TOstelIpc.h"
 
 // Watches the bus, on a connection of its own, for applications that come and go, and relays what
-// it sees until it is destroyed.
+// it sees until it is destroyed. As a monitor where the bus allows that, as an ordinary listener
+// elsewhere.
 class TPresence : public IOstelIpcEventListener {
 public:
     // Called on the watching thread with APP_CONNECTED or APP_DISCONNECTED and the application's
@@ -26,6 +28,7 @@ public:
 private:
     TRelay m_Relay;
     std::unique_ptr<TOstelIpc> m_Monitor;
+    std::unique_ptr<TNameWatch> m_Names;  // without a monitor
 };
 
 #endif
