@@ -126,7 +126,7 @@ std::string OneLine(std::string_view text) {
     for (const char c : text) {
         if (c == '\n') {
             line += "\\n";
-        } else if ((c >= 0 && c < ' ' && c != '\t') || c == '\x7f') {
+        } else if ((static_cast<unsigned char>(c) < ' ' && c != '\t') || c == '\x7f') {
             std::array<char, 8> escape{};
             std::snprintf(escape.data(), escape.size(), "\\x%02x", static_cast<unsigned>(c));
             line += escape.data();

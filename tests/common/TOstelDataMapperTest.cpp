@@ -181,8 +181,8 @@ TEST(TOstelDataMapper, ThrowsForAnUnregisteredEnumeration) {
 }
 
 TEST(TOstelDataMapper, ThrowsForARegisteredNothing) {
-    auto& registry = *reinterpret_cast<TRegistry*>(reinterpret_cast<char*>(&Mapper()) +
-                                                   OffsetOf(TRegistryPlace()));
+    void* const place = reinterpret_cast<char*>(&Mapper()) + OffsetOf(TRegistryPlace());
+    auto& registry = *static_cast<TRegistry*>(place);
     const auto entry = registry.emplace(typeid(tUnregistered).name(), nullptr).first;
     const std::string message = MessageOf([] { Mapper().MapEnumToString(UNREGISTERED); });
     registry.erase(entry);

@@ -38,8 +38,9 @@ public:
 
 private:
     static TRegistry& Registry() {
-        return *reinterpret_cast<TRegistry*>(
-            reinterpret_cast<char*>(TOstelDataMapper::GetInstance()) + OffsetOf(TRegistryPlace()));
+        void* const place =
+            reinterpret_cast<char*>(TOstelDataMapper::GetInstance()) + OffsetOf(TRegistryPlace());
+        return *static_cast<TRegistry*>(place);
     }
 
     TOstelDataMapper::IEnumMapping*& m_Entry;
