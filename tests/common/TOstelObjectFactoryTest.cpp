@@ -43,6 +43,14 @@ struct TObjects {
     friend std::size_t OffsetOf(TObjects);
 };
 template struct MemberOffset<TObjects, &TOstelObjectFactory::m_Objects>;
+struct TBuilder {
+    friend std::size_t OffsetOf(TBuilder);
+};
+template struct MemberOffset<TBuilder, &TOstelObjectFactory::TSingletonObject::builder>;
+struct TInstance {
+    friend std::size_t OffsetOf(TInstance);
+};
+template struct MemberOffset<TInstance, &TOstelObjectFactory::TSingletonObject::instance>;
 
 namespace {
 
@@ -208,6 +216,7 @@ TEST(TOstelObjectFactory, ThrowsForANameThatIsNotRegistered) {
 TEST(TOstelObjectFactory, TakesTheEmptyNameAndZeroBytesAsNames) {
     ThingBuilder nameless("", 1);
     ThingBuilder zero(std::string("\0", 1), 2);
+    EXPECT_THAT(RecordingLog::Lines(), IsEmpty());
     EXPECT_EQ(MakerOf(Factory().GetObjectInstance("")), 1);
     EXPECT_EQ(MakerOf(Factory().GetObjectInstance(std::string("\0", 1))), 2);
 }
@@ -268,6 +277,8 @@ TEST(TOstelObjectFactory, KeepsItsBinaryInterface) {
     static_assert(std::has_virtual_destructor_v<TOstelObjectFactory>);
     static_assert(sizeof(IOstelObject) == sizeof(void*));
     static_assert(sizeof(TOstelObjectBuilder) == sizeof(void*));
+    EXPECT_EQ(OffsetOf(TBuilder()), 0U);
+    EXPECT_EQ(OffsetOf(TInstance()), sizeof(void*));
     EXPECT_EQ(OffsetOf(TObjects()), sizeof(void*));
     EXPECT_EQ(sizeof(TOstelObjectFactory), sizeof(void*) + sizeof(std::map<int, int>));
 }
