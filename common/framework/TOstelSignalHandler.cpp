@@ -44,8 +44,10 @@ void TOstelSignalHandler::Wait(std::function<bool(int)>&& handler) {
         return;
     }
     {
+        // The former one ends when the lock is free: what it holds may wait for other signals.
+        std::function<bool(int)> former(std::move(handler));
         const std::lock_guard<std::mutex> lock(s_HandlerMutex);
-        m_Handler = std::move(handler);
+        m_Handler.swap(former);
     }
     m_Future.wait();
 }

@@ -72,6 +72,11 @@ const std::future<int>& FutureOf(const TOstelSignalHandler& handler) {
     return MemberAt<std::future<int>>(OffsetOf(TFuture()), handler);
 }
 
+// What the waiting ended with, which Wait leaves where it is.
+int ResultOf(const TOstelSignalHandler& handler) {
+    return const_cast<std::future<int>&>(FutureOf(handler)).get();
+}
+
 std::future_status StatusOf(const TOstelSignalHandler& handler) {
     return FutureOf(handler).wait_for(std::chrono::seconds(0));
 }
@@ -141,6 +146,7 @@ TEST_F(TOstelSignalHandlerTest, KeepsTheOrderOfItsMembersBehindTheVirtualTable) 
 TEST_F(TOstelSignalHandlerTest, ConsumesSignalsUntilOneIsAccepted) {
     TOstelSignalHandler handler({SIGINT, SIGTERM});
     EXPECT_THAT(SignalsSeen(handler, "INT TERM"), ElementsAre(SIGINT, SIGTERM));
+    EXPECT_EQ(ResultOf(handler), SIGTERM);
     EXPECT_NE(m_HandlersThread, std::this_thread::get_id());
     EXPECT_FALSE(IsPending(SIGINT) || IsPending(SIGTERM));
     EXPECT_THAT(RecordingLog::Lines(), IsEmpty());
@@ -174,6 +180,7 @@ TEST_F(TOstelSignalHandlerTest, EndsWithASignalThatComesBeforeAnybodyWaits) {
     bool isCalled = false;
     handler.Wait([&](int) { return isCalled = true; });
     EXPECT_FALSE(isCalled);
+    EXPECT_THROW(ResultOf(handler), std::bad_function_call);
     EXPECT_THAT(RecordingLog::Lines(), IsEmpty());
 }
 
@@ -183,6 +190,7 @@ TEST_F(TOstelSignalHandlerTest, EndsWithASignalForAnEmptyHandler) {
     Wait(handler, {});
     sender.join();
     EXPECT_FALSE(IsPending(SIGINT));
+    EXPECT_THROW(ResultOf(handler), std::bad_function_call);
 }
 
 TEST_F(TOstelSignalHandlerTest, KeepsWhatItsHandlerThrowsToItself) {
@@ -192,6 +200,23 @@ TEST_F(TOstelSignalHandlerTest, KeepsWhatItsHandlerThrowsToItself) {
         handler, [](int signal) -> bool { throw std::runtime_error(std::to_string(signal)); }));
     sender.join();
     EXPECT_FALSE(IsPending(SIGINT));
+    EXPECT_THROW(ResultOf(handler), std::runtime_error);
+}
+
+TEST_F(TOstelSignalHandlerTest, LetsTheEndOfAFormerHandlerUseAnotherObject) {
+    TOstelSignalHandler other({SIGINT});
+    EndEarly(other, "INT");
+    TOstelSignalHandler handler({SIGTERM});
+    EndEarly(handler, "TERM");
+    bool isWaitedFor = false;
+    const auto waitForOther = [&](const int*) {
+        other.Wait({});
+        isWaitedFor = true;
+    };
+    handler.Wait([held = std::shared_ptr<const int>(nullptr, waitForOther)](int) { return true; });
+    EXPECT_FALSE(isWaitedFor);
+    handler.Wait({});
+    EXPECT_TRUE(isWaitedFor);
 }
 
 TEST_F(TOstelSignalHandlerTest, BlocksItsSignalsInAdditionAndForLaterThreads) {
@@ -270,7 +295,9 @@ TEST_F(TOstelSignalHandlerTest, DoesNotWaitForWhatCannotBeBlocked) {
         std::string("[TOstelSignalHandler] Can't update sigmask - '") + std::strerror(EPERM) + "'.";
     EXPECT_THAT(RecordingLog::Texts(2), ElementsAre(blocking));
     RecordingLog::Clear();
-    handler.Wait([](int) { return true; });
+    std::function<bool(int)> accept = [](int) { return true; };
+    handler.Wait(std::move(accept));
+    EXPECT_TRUE(accept) << "left to the caller";  // NOLINT(bugprone-use-after-move)
     handler.Wait({});
     const std::string waiting = "[TOstelSignalHandler] Future object is not available.";
     EXPECT_THAT(RecordingLog::Texts(2), ElementsAre(waiting, waiting));
