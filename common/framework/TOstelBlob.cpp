@@ -7,6 +7,8 @@
 #include <functional>
 #include <utility>
 
+#include "OstelSystemPath.h"
+
 template class OstelContainer::TBaseContainerFacade<std::vector<unsigned char>>;
 template class OstelContainer::TContainerFacade<std::vector<unsigned char>>;
 
@@ -20,7 +22,7 @@ TOstelBlob::TOstelBlob(const std::string& text)
     : TContainerFacade(TBytes(text.begin(), text.end())) {}
 
 TOstelBlob::TOstelBlob(const char* data, unsigned int size)
-    : TContainerFacade(TBytes(data, data + size)) {}
+    : TContainerFacade(data == nullptr ? TBytes() : TBytes(data, data + size)) {}
 
 TOstelBlob::~TOstelBlob() = default;
 
@@ -49,6 +51,9 @@ void TOstelBlob::Add(const std::string& text) {
 }
 
 unsigned char* TOstelBlob::Add(const char* data, unsigned int size) {
+    if (data == nullptr && size != 0) {
+        return nullptr;
+    }
     const auto* source = reinterpret_cast<const unsigned char*>(data);
     const std::size_t before = m_Container.size();
     const unsigned char* const start = m_Container.data();
@@ -63,7 +68,7 @@ unsigned char* TOstelBlob::Add(const char* data, unsigned int size) {
 }
 
 bool TOstelBlob::Store(const std::string& path) const {
-    std::ofstream file(path, std::ios::out | std::ios::binary);
+    std::ofstream file(SystemPath(path), std::ios::out | std::ios::binary);
     if (!file.is_open()) {
         return false;
     }
@@ -76,7 +81,7 @@ bool TOstelBlob::Store(const std::string& path) const {
 
 bool TOstelBlob::Load(const std::string& path) {
     // Opened for writing as well, deliberately: what the process cannot write back is not loaded.
-    std::ifstream file(path, std::ios::out | std::ios::binary);
+    std::ifstream file(SystemPath(path), std::ios::out | std::ios::binary);
     if (!file.is_open()) {
         return false;
     }

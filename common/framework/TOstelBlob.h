@@ -28,6 +28,7 @@ public:
     explicit TOstelBlob(const std::vector<unsigned char>& bytes);
     explicit TOstelBlob(std::vector<unsigned char>&& bytes);
     explicit TOstelBlob(const std::string& text);
+    // Empty when there is no area.
     TOstelBlob(const char* data, unsigned int size);
     TOstelBlob(const TOstelBlob&) = default;
     TOstelBlob(TOstelBlob&&) noexcept = default;
@@ -42,7 +43,8 @@ public:
     // What is added may be part of the blob itself.
     void Add(const std::vector<unsigned char>& bytes);
     void Add(const std::string& text);
-    // Returns where the new bytes start, good until the blob changes again.
+    // Returns where the new bytes start, good until the blob changes again; null, with nothing
+    // added, when there is no area to take them from.
     unsigned char* Add(const char* data, unsigned int size);
 
     // Creates the file or replaces what is in it. False when not every byte could be written; the

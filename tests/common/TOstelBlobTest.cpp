@@ -71,6 +71,14 @@ TEST(TOstelBlob, TakesTheFirstBytesOfAnArea) {
     EXPECT_TRUE(TOstelBlob(nullptr, 0).IsEmpty());
 }
 
+TEST(TOstelBlob, TakesNothingFromNoArea) {
+    TOstelBlob blob(nullptr, 5);
+    EXPECT_TRUE(blob.IsEmpty());
+    blob.FromString("kept");
+    EXPECT_EQ(blob.Add(nullptr, 5), nullptr);
+    EXPECT_EQ(blob.ToString(), "kept");
+}
+
 TEST(TOstelBlob, ReplacesItsContentByAText) {
     TOstelBlob blob("former content");
     blob.FromString(WITH_ZERO);
@@ -164,6 +172,17 @@ TEST(TOstelBlob, TellsOfAFileThatCannotBeStored) {
     EXPECT_FALSE(blob.Store(dir.Path().string()));
     EXPECT_FALSE(blob.Store(""));
     EXPECT_THAT(RecordingLog::Lines(), IsEmpty());
+}
+
+TEST(TOstelBlob, DoesNotTakeAPathForWhatStandsBeforeItsZeroByte) {
+    const TempDir dir;
+    Fill(dir.File("bytes"), "bytes");
+    const std::string path = dir.File("bytes") + std::string("\0x", 2);
+    TOstelBlob blob("kept");
+    EXPECT_FALSE(blob.Load(path));
+    EXPECT_EQ(blob.ToString(), "kept");
+    EXPECT_FALSE(blob.Store(path));
+    EXPECT_EQ(Contents(dir.File("bytes")), "bytes");
 }
 
 TEST(TOstelBlob, TellsOfAFullDiskHoweverFewBytesThereAre) {
