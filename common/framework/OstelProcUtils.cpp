@@ -54,9 +54,15 @@ public:
                const std::vector<std::string>& arguments)
         : m_Greeting("[TProcess:Child]: Spawned! Executing '" + program + "'\n"),
           m_Failure("[TProcess:Child]: Failed to execute '" + path + "'!\n"),
+          m_File(path),
           m_Words(arguments) {
         m_Words.insert(m_Words.begin(), path);
         for (std::string& word : m_Words) {
+            if (word.find('\0') != std::string::npos) {
+                // The system would take what stands before the NUL, which is something else.
+                // Nothing has the empty name.
+                m_File.clear();
+            }
             m_Pointers.push_back(word.data());
         }
         m_Pointers.push_back(nullptr);
@@ -69,7 +75,7 @@ public:
         for (const int end : {input.readEnd, input.writeEnd, output.readEnd, output.writeEnd}) {
             close(end);
         }
-        execvp(m_Pointers[0], m_Pointers.data());
+        execvp(m_File.c_str(), m_Pointers.data());
         Tell(m_Failure);
         // The parent's exit handlers and unwritten output are its own.
         _exit(1);
@@ -82,6 +88,7 @@ private:
 
     std::string m_Greeting;
     std::string m_Failure;
+    std::string m_File;
     std::vector<std::string> m_Words;
     std::vector<char*> m_Pointers;
 };
@@ -120,7 +127,8 @@ TProcess::~TProcess() {
 
 bool TProcess::Spawn(const std::string& directory) {
     const TChildPlan plan(program, PathIn(directory), arguments);
-    const int child = pid == -1 ? fork() : -1;
+    // The child's ends of the pipes go with the first one.
+    const int child = toChild.readEnd != -1 ? fork() : -1;
     if (child == -1) {
         std::cerr << "[TProcess:Parent]: Failed to create a child process!\n";
         return false;
@@ -129,7 +137,6 @@ bool TProcess::Spawn(const std::string& directory) {
         plan.Run(toChild, fromChild);
     }
     pid = child;
-    isRunning = true;
     std::cerr << "[TProcess:Parent]: Child process PID '" + std::to_string(pid) + "'\n";
     AttachStreams();
     return true;
@@ -194,9 +201,10 @@ void TProcess::Read(std::vector<unsigned char>& bytes) {
 void TProcess::Wait() {
     status = -1;
     // Without a child of its own it would take away the end of somebody else's.
-    while (isRunning && waitpid(pid, &status, 0) == -1 && errno == EINTR) {
+    while (pid != -1 && waitpid(pid, &status, 0) == -1 && errno == EINTR) {
     }
-    isRunning = false;
+    // From now on the number may be another process's.
+    pid = -1;
     std::cerr << "[TProcess:Parent]: Child process terminated with status '" +
                      std::to_string(status) + "'\n";
 }

@@ -56,7 +56,8 @@ public:
 
     // Runs directory/program, or, without a directory, the program as the shell would find it.
     // False when there is no new process, as with any but the first successful call. A program that
-    // cannot be executed is a child that ends with status 1.
+    // cannot be executed, as one with a NUL in its name or its arguments, is a child that ends with
+    // status 1.
     bool Spawn(const std::string& directory);
 
     // A line, sent at once.
@@ -91,7 +92,6 @@ private:
     std::vector<std::string> arguments;
     int pid;
     int status = -1;
-    bool isRunning = false;
 };
 
 }  // namespace OstelProcUtils

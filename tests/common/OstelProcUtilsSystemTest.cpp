@@ -160,6 +160,9 @@ TEST(TProcess, CanDoWithoutTheParentsStandardStreams) {
     const int out = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 10);
     close(STDIN_FILENO);
     close(STDOUT_FILENO);
+    const TProcess::TPipe moved;
+    EXPECT_EQ(fcntl(moved.readEnd, F_GETFD), FD_CLOEXEC);
+    EXPECT_EQ(fcntl(moved.writeEnd, F_GETFD), FD_CLOEXEC);
     std::string answer;
     {
         TProcess cat("cat", {});
@@ -239,6 +242,19 @@ TEST_F(TProcessNeverReading, LetsItsWriterGoWhenItIsKilled) {
     m_Child.Wait();
     m_Pid = -1;
     EXPECT_EQ(m_Child.GetStatus(), SIGKILL);
+}
+
+TEST(TProcess, ReadsAheadWhatItsBufferHolds) {
+    TProcess process("sh", {"-c", "echo; head -c 9000 /dev/zero"});
+    // It starts with the pipe from the child, whose read end is the first number.
+    const int ahead = fcntl(*reinterpret_cast<const int*>(&process), F_DUPFD_CLOEXEC, 0);
+    ASSERT_TRUE(process.Spawn(""));
+    process.Wait();
+    EXPECT_EQ(TextOf(process), "");
+    int count = -1;
+    EXPECT_EQ(ioctl(ahead, FIONREAD, &count), 0);
+    EXPECT_EQ(count, 9001 - 8191) << "the buffer keeps one byte for what is put back";
+    close(ahead);
 }
 
 int s_Sigpipes = 0;

@@ -48,6 +48,11 @@ std::string TextOf(const std::string& script, std::string text = "") {
     return text;
 }
 
+int PidOf(const TProcess& process) {
+    return *reinterpret_cast<const int*>(reinterpret_cast<const char*>(&process) +
+                                         OffsetOf(T_pid()));
+}
+
 std::string BytesOf(TProcess& process) {
     TBytes bytes;
     process.Read(bytes);
@@ -230,6 +235,32 @@ INSTANTIATE_TEST_SUITE_P(All, TProcessMissing,
                                          TPlace("/nowhere", "/nowhere/no-such-program"),
                                          TPlace("/nowhere/", "/nowhere/no-such-program")));
 
+struct TCommand {
+    std::string directory;
+    std::string program;
+    std::string argument;
+};
+
+void PrintTo(const TCommand& command, std::ostream* out) {
+    *out << testing::PrintToString(command.directory) << " " << command.program << " "
+         << command.argument;
+}
+
+class TProcessWithZeroByte : public testing::TestWithParam<TCommand> {};
+
+TEST_P(TProcessWithZeroByte, IsNotTakenForWhatStandsBeforeIt) {
+    TProcess process(GetParam().program, {GetParam().argument});
+    ASSERT_TRUE(process.Spawn(GetParam().directory));
+    EXPECT_EQ(BytesOf(process), "");
+    process.Wait();
+    EXPECT_EQ(process.GetStatus(), 256);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, TProcessWithZeroByte,
+                         testing::Values(TCommand{"", std::string("echo\0x", 6), "said"},
+                                         TCommand{std::string("/bin/echo\0x", 11), "echo", "said"},
+                                         TCommand{"/bin", "echo", std::string("said\0x", 6)}));
+
 TEST(TProcess, LeavesTheExitOfAProgramThatCannotBeExecutedToTheParent) {
     // Run in the child as well, it would remove the parent's file.
     const TempDir dir;
@@ -288,8 +319,11 @@ TEST(TProcess, DoesNotWaitForTheChildrenOfOthers) {
     }
     process.Wait();
     EXPECT_EQ(process.GetStatus(), -1);
+    EXPECT_EQ(PidOf(process), -1);
     ASSERT_TRUE(process.Spawn(""));
+    EXPECT_GT(PidOf(process), 0);
     process.Wait();
+    EXPECT_EQ(PidOf(process), -1) << "another child may have it by now";
     process.Wait();
     EXPECT_EQ(process.GetStatus(), -1) << "it was waited for";
     int status = 0;
@@ -311,6 +345,8 @@ TEST(TProcess, KeepsItsMembersInPlace) {
     EXPECT_EQ(OffsetOf(T_program()), OffsetOf(T_input()) + sizeof(std::istream));
     EXPECT_EQ(OffsetOf(T_arguments()), OffsetOf(T_program()) + sizeof(std::string));
     EXPECT_EQ(OffsetOf(T_pid()), OffsetOf(T_arguments()) + sizeof(std::vector<std::string>));
+    // And the status behind it.
+    EXPECT_EQ(sizeof(TProcess), OffsetOf(T_pid()) + 2 * sizeof(std::int32_t));
 }
 
 }  // namespace
