@@ -145,7 +145,8 @@ OSTEL_API bool ResizeFile(const std::string& path, unsigned long long length);
 // times. A file copied onto itself is emptied.
 OSTEL_API bool CopyFile(const std::string& from, const std::string& to);
 // Into `to` when that is a directory, to a new one of that name otherwise. Links are copied as
-// links. Merges into what is there and stops at the first failure. `to` must not be inside `from`.
+// links. Merges into what is there and stops at the first failure. Nothing is copied into itself
+// (EINVAL).
 OSTEL_API bool CopyDirectory(const std::string& from, const std::string& to);
 // As CopyDirectory, from one directory right into the other.
 OSTEL_API bool CopyDirectoryContent(const std::string& from, const std::string& to);

@@ -90,6 +90,23 @@ bool MustBeDirectory(const std::string& path) {
     return false;
 }
 
+// Whether one directory is the other or lies in it, wherever links lead.
+bool IsWithin(const std::string& inner, const std::string& outer) {
+    std::string innerPath;
+    std::string outerPath;
+    if (!RealPath(inner, innerPath) || !RealPath(outer, outerPath)) {
+        return false;
+    }
+    const std::string beginning = outerPath == "/" ? outerPath : outerPath + "/";
+    return (innerPath + "/").compare(0, beginning.size(), beginning) == 0;
+}
+
+// A directory that is copied into itself meets its own copy in there, over and over.
+bool RefuseCopyIntoItself() {
+    errno = EINVAL;
+    return false;
+}
+
 bool CopyLink(const std::string& from, const std::string& to) {
     Remove(to);
     std::string target;
@@ -298,6 +315,9 @@ bool CopyDirectory(const std::string& from, const std::string& to) {
         return false;
     }
     const std::string target = TargetOf(from, to);
+    if (IsWithin(GetDirName(target), from)) {
+        return RefuseCopyIntoItself();
+    }
     CreateDirectory(target, NEW_DIRECTORY_MODE);
     return CopyDirectoryContent(from, target);
 }
@@ -305,6 +325,9 @@ bool CopyDirectory(const std::string& from, const std::string& to) {
 bool CopyDirectoryContent(const std::string& from, const std::string& to) {
     if (!MustBeDirectory(from) || !MustBeDirectory(to)) {
         return false;
+    }
+    if (IsWithin(to, from) && !IsSame(to, from)) {
+        return RefuseCopyIntoItself();
     }
     for (TDirIterator entry(from); entry != TDirIterator::End(); ++entry) {
         if (!CopyEntry(entry.GetFullPath(), AppendFilePath(to, entry.GetName()))) {

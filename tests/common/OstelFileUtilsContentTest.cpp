@@ -1,4 +1,6 @@
 // The contents of files: reading, writing, copying, moving.
+#include <sys/wait.h>
+
 #include "FileUtilsTest.h"
 #include "OstelFileUtils.h"
 
@@ -272,6 +274,47 @@ TEST_F(CopyDirectoryTest, StopsAtTheFirstFailure) {
     Directory("target");
     Put("target/file", "");
     EXPECT_FAILS(CopyDirectoryContent(File("one"), File("target")), ENOTDIR);
+}
+
+TEST_F(CopyDirectoryTest, GoesNotIntoItself) {
+    const std::set<std::string> before = NamesIn(m_Dir.Path());
+    const std::string from = File("from");
+    EXPECT_FAILS(CopyDirectory(from, from), EINVAL);
+    EXPECT_FAILS(CopyDirectory(from, File("from/new")), EINVAL);
+    EXPECT_FAILS(CopyDirectory(from, File("from/a/up/a/empty/new")), EINVAL);
+    EXPECT_FAILS(CopyDirectory(File("from/../from/"), File("from/a")), EINVAL);
+    EXPECT_FAILS(CopyDirectoryContent(from, File("from/a/empty")), EINVAL);
+    EXPECT_EQ(NamesIn(m_Dir.Path()), before);
+}
+
+// In a root directory of its own: without the guard the call would copy the whole machine.
+TEST_F(CopyDirectoryTest, TheRootGoesNowhere) {
+    const std::set<std::string> before = NamesIn(m_Dir.Path());
+    const pid_t child = fork();
+    if (child == 0) {
+        if (chroot(m_Dir.Path().c_str()) != 0 || chdir("/") != 0) {
+            _exit(77);
+        }
+        errno = 0;
+        _exit(!CopyDirectory("/", "/from/a") && errno == EINVAL ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 77) {
+        GTEST_SKIP() << "only root may have a root directory of its own";
+    }
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(NamesIn(m_Dir.Path()), before);
+}
+
+TEST_F(CopyDirectoryTest, GoesBesideItselfAndOutOfItself) {
+    EXPECT_TRUE(CopyDirectory(File("from"), File("from2")));
+    ExpectCopyAt(File("from2"));
+    EXPECT_TRUE(CopyDirectory(File("from/a"), File("from/b")));
+    EXPECT_EQ(Content(File("from/b/deep")), "deep text");
+    EXPECT_TRUE(CopyDirectoryContent(File("from/a"), File("from")));
+    EXPECT_EQ(Content(File("from/deep")), "deep text");
+    EXPECT_TRUE(CopyDirectoryContent(File("from/a/empty"), File("from/./a/empty")));
 }
 
 TEST_F(CopyDirectoryTest, FailsAtAFileThatItMayNotRead) {
