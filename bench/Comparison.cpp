@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 
 namespace {
 
-double Turn(const TWork& work, int runs, std::vector<double>& times) {
+double Turn(const TRow& row, const TWork& work, int runs, std::vector<double>& times) {
     double sum = 0;
     for (int run = 0; run < runs; ++run) {
-        times.push_back(Microseconds(work));
+        times.push_back(row.measure(work));
         sum += times.back();
     }
     return sum;
@@ -39,6 +40,17 @@ double Microseconds(const TWork& work) {
         .count();
 }
 
+double CpuMicroseconds(const TWork& work) {
+    const auto now = [] {
+        timespec time{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+        return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
+    };
+    const double start = now();
+    work();
+    return now() - start;
+}
+
 void Compare(benchmark::State& state, const TRow& row, int runsPerTurn, const TWork& ours,
              const TWork& theirs) {
     // The first runs meet cold caches and connections; work this long makes its own warmth.
@@ -52,11 +64,11 @@ void Compare(benchmark::State& state, const TRow& row, int runsPerTurn, const TW
     while (state.KeepRunning()) {
         double microseconds = 0;
         if (!oursFirst) {
-            Turn(theirs, runsPerTurn, theirTimes);
+            Turn(row, theirs, runsPerTurn, theirTimes);
         }
-        microseconds = Turn(ours, runsPerTurn, ourTimes);
+        microseconds = Turn(row, ours, runsPerTurn, ourTimes);
         if (oursFirst) {
-            Turn(theirs, runsPerTurn, theirTimes);
+            Turn(row, theirs, runsPerTurn, theirTimes);
         }
         oursFirst = !oursFirst;
         state.SetIterationTime(microseconds / 1e6);

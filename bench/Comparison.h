@@ -23,17 +23,21 @@ inline TGoal AtLeast(double limit) {
     return {TGoal::AT_LEAST, limit};
 }
 
-struct TRow {
-    std::string against;
-    std::string unit;
-    TGoal goal;
-};
-
 // Does its work once.
 using TWork = std::function<void()>;
 
 double Median(std::vector<double> values);
+
 double Microseconds(const TWork& work);
+// Of this thread alone: for work that waits for nobody, which a busy machine only interrupts.
+double CpuMicroseconds(const TWork& work);
+
+struct TRow {
+    std::string against;
+    std::string unit;
+    TGoal goal;
+    double (*measure)(const TWork& work) = &Microseconds;
+};
 
 // One turn of each side after the other, each time the other one first, so that whatever else the
 // machine does meets both. The figures are the medians of single runs.

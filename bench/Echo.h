@@ -25,6 +25,10 @@ struct TEcho {
 
 extern const TEcho RAW_ECHO;
 extern const TEcho OSTEL_ECHO;
+extern const TEcho SD_BUS_ECHO;
+extern const TEcho GDBUS_ECHO;
+extern const TEcho SDBUS_CPP_ECHO;
+extern const TEcho TLS_ECHO;
 
 namespace EchoNames {
 

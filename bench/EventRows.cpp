@@ -12,6 +12,7 @@
 #include "Application.h"
 #include "Comparison.h"
 #include "RawBus.h"
+#include "Rows.h"
 
 namespace {
 
@@ -139,6 +140,12 @@ private:
     std::thread m_Thread;
 };
 
+double KibInUse() {
+    return static_cast<double>(mallinfo2().uordblks) / 1024;
+}
+
+}  // namespace
+
 void OneEvent(benchmark::State& state) {
     TObserver observer;
     TRawEvents raw;
@@ -155,7 +162,7 @@ void Burst(benchmark::State& state) {
         [&] { RequireAll(raw.Send(BURST)); });
 }
 
-void Lost(benchmark::State& state) {
+void LostOfBurst(benchmark::State& state) {
     TObserver observer;
     int lost = 0;
     while (state.KeepRunning()) {
@@ -164,12 +171,8 @@ void Lost(benchmark::State& state) {
     ReportDifference(state, {"none", "events", AtMost(0)}, lost, 0);
 }
 
-double KibInUse() {
-    return static_cast<double>(mallinfo2().uordblks) / 1024;
-}
-
 // A short burst before, since the first events fill caches that are kept on purpose.
-void MemoryAfterwards(benchmark::State& state) {
+void HeapAfterBurst(benchmark::State& state) {
     TObserver observer;
     RequireAll(observer.Send(1000));
     const double before = KibInUse();
@@ -178,10 +181,3 @@ void MemoryAfterwards(benchmark::State& state) {
     }
     ReportDifference(state, {"before it; difference", "KiB", AtMost(64)}, KibInUse(), before);
 }
-
-BENCHMARK(OneEvent)->Name("event, from SendEvent to observer")->UseManualTime()->Iterations(60);
-BENCHMARK(Burst)->Name("100,000 events in a burst")->UseManualTime()->Iterations(1);
-BENCHMARK(Lost)->Name("  lost of them")->UseManualTime()->Iterations(1);
-BENCHMARK(MemoryAfterwards)->Name("  heap after them")->UseManualTime()->Iterations(1);
-
-}  // namespace

@@ -9,6 +9,7 @@
 #include "Comparison.h"
 #include "Echo.h"
 #include "RawBus.h"
+#include "Rows.h"
 #include "ServerProcess.h"
 
 namespace {
@@ -19,15 +20,6 @@ void GetParamOnce() {
     std::string value;
     Require(Application().GetParam(PARAMETER, value));
     benchmark::DoNotOptimize(value);
-}
-
-void RoundTrip(benchmark::State& state) {
-    const ServerProcess server(
-        ServerProcess::Role(RAW_ECHO.kind, DISPATCHER, Reply("KV0123456789")));
-    const RawBus::TConnection raw = RawBus::Connect();
-    const std::string request = Request();
-    Compare(state, {"raw libdbus call", "us", AtMost(1.05)}, 100, &GetParamOnce,
-            [&] { benchmark::DoNotOptimize(RawBus::Call(raw.get(), DISPATCHER, request)); });
 }
 
 // How long so many threads take to do the work so often each.
@@ -43,6 +35,17 @@ void InThreads(int threads, int runs, const TWork& work) {
     for (std::thread& worker : workers) {
         worker.join();
     }
+}
+
+}  // namespace
+
+void RoundTrip(benchmark::State& state) {
+    const ServerProcess server(
+        ServerProcess::Role(RAW_ECHO.kind, DISPATCHER, Reply("KV0123456789")));
+    const RawBus::TConnection raw = RawBus::Connect();
+    const std::string request = Request();
+    Compare(state, {"raw libdbus call", "us", AtMost(1.05)}, 100, &GetParamOnce,
+            [&] { benchmark::DoNotOptimize(RawBus::Call(raw.get(), DISPATCHER, request)); });
 }
 
 void Throughput(benchmark::State& state) {
@@ -62,7 +65,13 @@ void Throughput(benchmark::State& state) {
         });
 }
 
-BENCHMARK(RoundTrip)->Name("GetParam, one value, round trip")->UseManualTime()->Iterations(60);
-BENCHMARK(Throughput)->Name("GetParam, 8 threads, 800 calls")->UseManualTime()->Iterations(30);
-
-}  // namespace
+// Each library calls a server of its own kind; the texts are the same.
+void RoundTripAgainst(benchmark::State& state, const TEcho& other, const TGoal& goal) {
+    const std::string reply = Reply(std::string(static_cast<std::size_t>(state.range(0)), 'v'));
+    const ServerProcess ourServer(ServerProcess::Role(OSTEL_ECHO.kind, DISPATCHER, reply));
+    const ServerProcess otherServer(ServerProcess::Role(other.kind, "BENCH_OTHER", reply));
+    const std::unique_ptr<IEchoClient> client = other.newClient("BENCH_OTHER");
+    const std::string request = Request();
+    Compare(state, {other.kind, "us", goal}, 100, &GetParamOnce,
+            [&] { benchmark::DoNotOptimize(client->Call(request)); });
+}

@@ -41,7 +41,11 @@ void PrintRow(const benchmark::BenchmarkReporter::Run& run) {
         goal = ">= " + Figure(Counter(run, "at_least"));
         met = figure >= Counter(run, "at_least") ? "yes" : "NO";
     }
-    std::printf(FORMAT, run.run_name.function_name.c_str(), label.substr(bar + 1).c_str(),
+    std::string what = run.run_name.function_name;
+    if (!run.run_name.args.empty()) {
+        what += ", " + run.run_name.args;
+    }
+    std::printf(FORMAT, what.c_str(), label.substr(bar + 1).c_str(),
                 (Figure(Counter(run, "ours")) + unit).c_str(),
                 (Figure(Counter(run, "theirs")) + unit).c_str(), Figure(figure).c_str(),
                 goal.c_str(), met.c_str());

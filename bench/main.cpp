@@ -13,7 +13,8 @@
 namespace {
 
 int Serve(const std::string& kind, const std::string& id, const std::string& reply) {
-    for (const TEcho& echo : {RAW_ECHO, OSTEL_ECHO}) {
+    for (const TEcho& echo :
+         {RAW_ECHO, OSTEL_ECHO, SD_BUS_ECHO, GDBUS_ECHO, SDBUS_CPP_ECHO, TLS_ECHO}) {
         if (kind == echo.kind) {
             echo.serve(id, reply);
             return 0;
