@@ -30,13 +30,15 @@ bool TSubscriptions::Add(const std::string& address, const std::string& serialNu
     if (names.empty()) {
         return true;
     }
-    const bool isFull = m_Peers.size() >= MOST_PEERS;
-    const auto lost = isFull ? LostForLongest() : m_Peers.end();
-    if (!peer.names.Add(serialNumber, names) || (isFull && lost == m_Peers.end())) {
+    if (!peer.names.Add(serialNumber, names)) {
         return false;
     }
     peer.delivery = std::make_unique<TDelivery>(address, m_Send, m_Patience);
-    if (isFull) {
+    if (m_Peers.size() >= MOST_PEERS) {
+        const auto lost = LostForLongest();
+        if (lost == m_Peers.end()) {
+            return false;
+        }
         ztLogging_log(ZT_LOG_LEVEL_WARNING, "%s is gone, its subscriptions make room for %s",
                       lost->first.c_str(), address.c_str());
         ended = std::move(lost->second.delivery);
