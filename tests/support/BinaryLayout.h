@@ -8,14 +8,18 @@
 // Relies on the C++ ABI of the platforms that the library is built for.
 namespace BinaryLayout {
 
-// The slot of a virtual operation in its class's table, counted from 0: a pointer to a virtual
-// member is one more than the slot's place in bytes.
+// The slot of a virtual operation in its class's table, counted from 0. A pointer to a virtual
+// member begins with the slot's place in bytes, plus one to tell it from a function's address; ARM,
+// where that bit may be part of an address, marks it elsewhere.
 template <typename Member>
 std::size_t SlotOf(Member member) {
     std::ptrdiff_t place = 0;
     static_assert(sizeof(member) >= sizeof(place));
     std::memcpy(&place, &member, sizeof(place));
-    return static_cast<std::size_t>(place - 1) / sizeof(void*);
+#if !defined(__arm__) && !defined(__aarch64__)
+    --place;
+#endif
+    return static_cast<std::size_t>(place) / sizeof(void*);
 }
 
 }  // namespace BinaryLayout
