@@ -1,5 +1,5 @@
-// Requests to other units, and subscriptions to their parameters. A request is one connection: the
-// document goes out as it is, and the answer comes back behind the lengths of its two parts.
+// Requests to other units, and subscriptions to their parameters. A request is one connection, on
+// which the document goes out as it is; OstelRemoteResponse.cpp reads the answer.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "OstelLog.h"
+#include "OstelRemoteResponse.h"
 #include "TOstelApplication.h"
 #include "TOstelJsonObject.h"
 #include "TOstelRawSocket.h"
@@ -24,8 +25,6 @@
 namespace {
 
 constexpr std::uint16_t PORT = 42042;
-constexpr std::uint32_t MAX_JSON_LENGTH = 4096;
-constexpr std::uint32_t MAX_BINARY_LENGTH = 0xFFFFF;
 
 // The log is searched for the object's name, whichever of its sources writes.
 const char* const MODULE = "application-lib/TOstelApplication";
@@ -112,48 +111,6 @@ TDescriptor Connect(const sockaddr_storage& address, const std::string& host) {
     return descriptor;
 }
 
-// The lengths come in the byte order of the units, which is this machine's.
-bool ReadLength(const TOstelRawSocket& socket, std::uint32_t& length) {
-    return socket.Read(reinterpret_cast<char*>(&length), sizeof(length));
-}
-
-bool ReadBinary(const TOstelRawSocket& socket, std::uint32_t length, std::vector<char>& binary) {
-    if (length > MAX_BINARY_LENGTH) {
-        ztLogging_log(ZT_LOG_LEVEL_ERROR, "RemotOstel: The Blob length is too big %zu.",
-                      std::size_t{length});
-        binary.resize(0);
-        return false;
-    }
-    if (!socket.Read(binary, length)) {
-        ztLogging_log(ZT_LOG_LEVEL_ERROR, "RemotOstel: Failed to read Blob.");
-        binary.resize(0);
-        return false;
-    }
-    return true;
-}
-
-bool ReadResponse(const TOstelRawSocket& socket, std::string& reply, std::vector<char>* binary) {
-    std::uint32_t jsonLength = 0;
-    if (!ReadLength(socket, jsonLength) || jsonLength == 0 || jsonLength > MAX_JSON_LENGTH) {
-        ztLogging_log(ZT_LOG_LEVEL_ERROR,
-                      "RemotOstel: failed to read the JSON length in response or the value is "
-                      "wrong. JSON size is %zu. MAX = %d",
-                      std::size_t{jsonLength}, static_cast<int>(MAX_JSON_LENGTH));
-        return false;
-    }
-    std::uint32_t binaryLength = 0;
-    if (!ReadLength(socket, binaryLength)) {
-        ztLogging_log(ZT_LOG_LEVEL_ERROR,
-                      "RemotOstel: failed to read the Blob length in response.");
-        return false;
-    }
-    if (!socket.Read(reply, jsonLength)) {
-        ztLogging_log(ZT_LOG_LEVEL_ERROR, "RemotOstel: Failed to read Json from the socket.");
-        return false;
-    }
-    return binary == nullptr || ReadBinary(socket, binaryLength, *binary);
-}
-
 TOstelJsonObject NewRequest(const char* type) {
     TOstelJsonObject request;
     request.SetPropertyValue<std::string>("REQUEST_TYPE", type);
@@ -238,7 +195,7 @@ bool TOstelApplication::PerformRemoteRequest(const std::string& request, const s
         ztLogging_log(ZT_LOG_LEVEL_ERROR, "Could not send the request to %s:%d.", host.c_str(),
                       PORT);
     }
-    return ReadResponse(*socket, reply, binary);
+    return OstelRemoteResponse::Read(*socket, reply, binary);
 }
 
 bool TOstelApplication::CallRemote(const std::string& host, const TOstelJsonObject& request,

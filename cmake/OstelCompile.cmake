@@ -38,7 +38,8 @@ target_link_options(ostel_build INTERFACE -Wl,--as-needed)
 if(OSTEL_SANITIZE)
   # The compiler's instrumentation makes it see uninitialised values in the standard library's own
   # regular expressions; the plain builds still stop at this warning.
-  target_compile_options(ostel_build INTERFACE -Wno-maybe-uninitialized)
+  target_compile_options(ostel_build INTERFACE
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 else()
   target_link_options(ostel_build INTERFACE -Wl,--no-undefined)
 endif()

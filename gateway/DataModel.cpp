@@ -7,6 +7,36 @@
 
 namespace {
 
+// Tables inside of tables multiply: what a few lines of a model ask for may fit into no memory.
+constexpr std::size_t LARGEST_TREE = 10'000'000;
+
+// How many objects and parameters come with the instance at this path.
+std::size_t SizeAt(const std::string& path, const TObjectDefinition& root, std::size_t fill) {
+    const TObjectDefinition* definition = &root;
+    bool isNumber = false;
+    for (const std::string_view element : TPath(path).elements) {
+        const std::size_t child = definition->Child(element);
+        if (isNumber) {
+            isNumber = false;
+        } else if (child != TObjectDefinition::NOT_THERE) {
+            definition = definition->children[child].get();
+            isNumber = definition->isTable;
+        }
+    }
+    return TObject::Size(*definition, fill, LARGEST_TREE);
+}
+
+void CheckSize(const TSchema& schema, std::size_t fill) {
+    std::size_t size = TObject::Size(schema.Root(), fill, LARGEST_TREE);
+    for (const TSchema::TSeed& seed : schema.Seeds()) {
+        size = std::min(LARGEST_TREE, size + SizeAt(seed.path, schema.Root(), fill));
+    }
+    if (size == LARGEST_TREE) {
+        throw std::runtime_error("the model asks for too many instances: there is room for " +
+                                 std::to_string(LARGEST_TREE) + " objects and parameters");
+    }
+}
+
 // What is kept in a map by path and stands below an object.
 template <typename TContainer, typename TKeyOf>
 void EraseBelow(TContainer& container, const std::string& path, TKeyOf keyOf) {
@@ -20,6 +50,7 @@ void EraseBelow(TContainer& container, const std::string& path, TKeyOf keyOf) {
 
 TDataModel::TDataModel(TSchema schema, std::size_t fill)
     : m_Schema(std::move(schema)), m_Root(std::make_unique<TInstances>()) {
+    CheckSize(m_Schema, fill);
     TObject& root = m_Root->objects.emplace(0, TObject::Make(m_Schema.Root())).first->second;
     // An outer instance is planted before what stands inside of it.
     std::vector<TSchema::TSeed> seeds = std::move(m_Schema.Seeds());

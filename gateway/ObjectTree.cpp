@@ -22,6 +22,20 @@ TObject TObject::Make(const TObjectDefinition& definition) {
     return object;
 }
 
+std::size_t TObject::Size(const TObjectDefinition& definition, std::size_t fill, std::size_t most) {
+    std::size_t size = 1 + definition.parameters.size();
+    for (const auto& child : definition.children) {
+        const std::size_t instances =
+            child->isTable ? std::max(child->minEntries, std::min(fill, child->maxEntries)) : 1;
+        const std::size_t each = Size(*child, fill, most);
+        if (instances > 0 && each >= most / instances) {
+            return most;
+        }
+        size += instances * each;
+    }
+    return std::min(size, most);
+}
+
 void TObject::Fill(const TObjectDefinition& definition, std::size_t fill) {
     for (std::size_t i = 0; i < children.size(); ++i) {
         const TObjectDefinition& child = *definition.children[i];

@@ -24,6 +24,10 @@ struct TObject {
     // With all values at their defaults, and with as many inner instances as there have to be.
     static TObject Make(const TObjectDefinition& definition);
 
+    // How many objects and parameters it has when it is made and filled, but no more than `most`.
+    static std::size_t Size(const TObjectDefinition& definition, std::size_t fill,
+                            std::size_t most);
+
     bool IsVisible(TView view) const { return view == TView::COMMITTED ? !added : !deleted; }
 
     // Adds instances to the tables below until each has so many, as far as it may.

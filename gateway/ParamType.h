@@ -48,12 +48,21 @@ struct TParamType {
         TSize size;  // of the whole text
     };
 
-    // Throws std::regex_error.
+    // Throws std::regex_error, also for a pattern that is too long: the regular-expression engine
+    // recurses with its length.
     struct TPattern {
-        explicit TPattern(std::string pattern) : text(std::move(pattern)), expression(text) {}
+        static constexpr std::size_t LONGEST = 2000;
+
+        explicit TPattern(std::string pattern)
+            : text(std::move(pattern)), expression(text.size() <= LONGEST ? text : TooLong()) {}
 
         std::string text;
         std::regex expression;
+
+    private:
+        [[noreturn]] static const std::string& TooLong() {
+            throw std::regex_error(std::regex_constants::error_complexity);
+        }
     };
 
     TBaseType base = TBaseType::STRING;

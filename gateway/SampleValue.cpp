@@ -7,6 +7,9 @@
 
 namespace {
 
+// Longer ones are not looked for: a model may ask for texts that fit into no memory.
+constexpr std::size_t LONGEST = std::size_t{64} * 1024;
+
 // Writes a text that a regular expression matches: the first of alternatives, the fewest of
 // repetitions. It knows what data models use; what it does not know gives a text that does not
 // match, which the caller notices.
@@ -139,7 +142,7 @@ std::vector<std::string> Candidates(const TParamType& type) {
         candidates.push_back(TPatternWriter(pattern.text).Write());
     }
     for (const TParamType::TSize& size : type.sizes) {
-        const std::size_t length = size.minimum.value_or(0);
+        const std::size_t length = std::min(size.minimum.value_or(0), LONGEST);
         candidates.emplace_back(length, '0');
         candidates.emplace_back(2 * length, '0');            // in hexadecimal digits
         candidates.emplace_back((length + 2) / 3 * 4, 'A');  // in Base64
@@ -165,7 +168,8 @@ std::optional<std::string> SampleValue(const TParamType& type) {
     }
     const std::optional<std::string> item = SampleItem(type);
     std::string text;
-    for (std::size_t i = 0; item && i < type.list->items.minimum.value_or(0); ++i) {
+    const std::size_t items = type.list->items.minimum.value_or(0);
+    for (std::size_t i = 0; item && i < items && text.size() < LONGEST; ++i) {
         text += (i > 0 ? "," : "") + *item;
     }
     return type.Allows(text) ? std::optional<std::string>(text) : std::nullopt;

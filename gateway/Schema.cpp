@@ -10,6 +10,9 @@ std::size_t Lookup(const TIndex& index, std::string_view name) {
     return found != index.end() ? found->second : TObjectDefinition::NOT_THERE;
 }
 
+// Trees are walked by recursion. The deepest of the standard's have about a dozen elements.
+constexpr std::size_t DEEPEST = 64;
+
 bool IsName(std::string_view element) {
     return !element.empty() && element.find_first_of("*{}") == std::string_view::npos &&
            !ToInstanceNumber(element);
@@ -60,6 +63,9 @@ TObjectDefinition& TSchema::MakeObject(const std::string& path) {
     const TPath parsed(path);
     if (!parsed.isObject) {
         throw TSchemaError("a path ends in a point");
+    }
+    if (parsed.elements.size() > DEEPEST) {
+        throw TSchemaError("a path has at most " + std::to_string(DEEPEST) + " elements");
     }
     TObjectDefinition* object = &m_Root;
     for (std::size_t i = 0; i < parsed.elements.size(); ++i) {

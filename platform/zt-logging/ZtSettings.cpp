@@ -23,7 +23,8 @@ std::optional<int> ParseNumber(const std::string& text) {
 }
 
 bool SetOne(TZtSettings& settings, const std::string& key, const std::string& value) {
-    if (key == "file") {
+    // Of a path with a zero byte in it, only what stands before would be opened.
+    if (key == "file" && value.find('\0') == std::string::npos) {
         settings.file = value;
         return true;
     }

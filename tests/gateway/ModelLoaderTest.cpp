@@ -123,7 +123,7 @@ TEST_F(ModelLoader, NamesFilePlaceAndCauseOfAFault) {
 
 TEST_F(ModelLoader, RefusesFaultyParameters) {
     const struct {
-        const char* members;
+        std::string members;
         const char* cause;
     } cases[] = {
         {R"("type":"string","access":"readOnly","default":"")", "\"name\" is missing"},
@@ -141,6 +141,9 @@ TEST_F(ModelLoader, RefusesFaultyParameters) {
         {R"("name":"A","type":"string","access":"readOnly","default":"","maxLength":-1)",
          "\"maxLength\" is out of range"},
         {R"("name":"A","type":"string","access":"readOnly","default":"","pattern":"[")",
+         "not a regular expression"},
+        {R"("name":"A","type":"string","access":"readOnly","default":"","pattern":")" +
+             std::string(1000000, '(') + std::string(1000000, ')') + '"',
          "not a regular expression"},
         {R"("name":"A","type":"string","access":"readOnly","default":""},
             {"name":"A","type":"string","access":"readOnly","default":"")",
@@ -173,6 +176,33 @@ TEST_F(ModelLoader, LaysFilesOverEachOther) {
     EXPECT_EQ(Value("D.T.2.N"), "new");
     unsigned int id = 0;
     EXPECT_EQ(m_Model.Add("D.T.", id), RC_SUCCESS);
+}
+
+TEST_F(ModelLoader, RefusesPathsThatAreTooDeepToWalk) {
+    std::string path = "D.";
+    for (int i = 1; i < 64; ++i) {
+        path += "A.";
+    }
+    EXPECT_EQ(Load(R"({"objects":[{"path":")" + path + R"("}]})"), "");
+    EXPECT_THAT(Load(R"({"objects":[{"path":")" + path + R"(A."}]})"),
+                HasSubstr("a path has at most 64 elements"));
+    for (int i = 0; i < 12; ++i) {
+        path += path;
+    }
+    EXPECT_THAT(Load(R"({"objects":[{"path":")" + path + R"("}]})"),
+                HasSubstr("a path has at most 64 elements"));
+}
+
+TEST_F(ModelLoader, RefusesModelsThatAskForMoreInstancesThanFit) {
+    EXPECT_THAT(Load(R"({"objects":[{"path":"D.T.{i}.","minEntries":2147483647}]})"),
+                HasSubstr("the model asks for too many instances"));
+    EXPECT_THAT(Load(R"({"objects":[{"path":"D.T.{i}.","minEntries":1000},
+                                    {"path":"D.T.{i}.U.{i}.","minEntries":1000},
+                                    {"path":"D.T.{i}.U.{i}.V.{i}.","minEntries":1000}]})"),
+                HasSubstr("the model asks for too many instances"));
+    EXPECT_THAT(Load(R"({"objects":[{"path":"D.T.{i}.","instances":[{"id":1},{"id":2},{"id":3}]},
+                                    {"path":"D.T.{i}.U.{i}.","minEntries":5000000}]})"),
+                HasSubstr("the model asks for too many instances"));
 }
 
 TEST_F(ModelLoader, SaysThatAFileCannotBeRead) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace {
 
 TParamType Of(const std::string& base) {
@@ -59,6 +61,18 @@ TEST(SampleValue, OfAListHasAsManyItemsAsThereHaveToBe) {
     EXPECT_EQ(SampleValue(type), "");
     type.list->items.minimum = 3;
     EXPECT_EQ(SampleValue(type), "0,0,0");
+}
+
+TEST(SampleValue, IsNotLookedForAmongEndlessTexts) {
+    for (const char* const base : {"string", "hexBinary", "base64"}) {
+        TParamType sized = Of(base);
+        sized.sizes = {{std::numeric_limits<unsigned int>::max(), std::nullopt}};
+        EXPECT_FALSE(SampleValue(sized).has_value()) << base;
+    }
+    TParamType list = Of("int");
+    list.list.emplace();
+    list.list->items.minimum = std::numeric_limits<unsigned int>::max();
+    EXPECT_FALSE(SampleValue(list).has_value());
 }
 
 TEST(SampleValue, IsNothingWhereThereIsNone) {

@@ -146,6 +146,7 @@ TEST_F(ZtLoggingSettings, DamagedFileIsReportedWithItsLineAndChangesNothing) {
                                       {"colour = 2\n", 1},
                                       {"= 2\n", 1},
                                       {std::string("level = 2\0\n", 11), 1},
+                                      {std::string("file = a\0b\n", 11), 1},
                                       {std::string(1 << 20, '\xff'), 1}};
     for (const TCase& one : cases) {
         Settings(one.text);
