@@ -2,44 +2,61 @@
 #ifndef FUZZ_GATEWAY_H
 #define FUZZ_GATEWAY_H
 
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "DataModel.h"
 #include "Dispatcher.h"
 #include "Fuzz.h"
-#include "ModelLoader.h"
+#include "Schema.h"
 #include "Store.h"
 
 namespace Fuzz {
 
-// One of everything that a model can have.
-inline const char* const MODEL = R"({"name": "fuzz", "objects": [
-  {"path": "Device.", "parameters": [
-    {"name": "Text", "type": "string", "access": "readWrite", "default": "a", "maxLength": 16},
-    {"name": "Whole", "type": "int", "access": "readWrite", "default": "0", "minimum": -5,
-     "maximum": 100},
-    {"name": "Kind", "type": "string", "access": "readWrite", "default": "A",
-     "enumeration": ["A", "B"]},
-    {"name": "Fixed", "type": "boolean", "access": "readOnly", "default": "true"},
-    {"name": "When", "type": "dateTime", "access": "readWrite", "default": "0001-01-01T00:00:00Z"},
-    {"name": "RowNumberOfEntries", "type": "unsignedInt", "access": "readOnly", "default": "0"}]},
-  {"path": "Device.Row.{i}.", "access": "readWrite", "maxEntries": 5,
-   "entries": "RowNumberOfEntries", "uniqueKeys": [{"parameters": ["Name"]}],
-   "parameters": [
-    {"name": "Name", "type": "string", "access": "readWrite", "default": ""},
-    {"name": "CellNumberOfEntries", "type": "unsignedInt", "access": "readOnly", "default": "0"}],
-   "instances": [{"id": 1, "values": {"Name": "one"}}, {"id": 3, "values": {"Name": "three"}}],
-   "indexMap": [{"app": 1, "platform": 7}]},
-  {"path": "Device.Row.{i}.Cell.{i}.", "access": "readWrite", "entries": "CellNumberOfEntries",
-   "parameters": [
-    {"name": "Value", "type": "hexBinary", "access": "readWrite", "default": ""}],
-   "instances": [{"id": 2, "parent": [3], "values": {}}]}]})";
+inline TParamDefinition Parameter(const std::string& name, TBaseType base, bool writable,
+                                  const std::string& defaultValue) {
+    TParamDefinition definition;
+    definition.name = name;
+    definition.type.base = base;
+    definition.writable = writable;
+    definition.defaultValue = defaultValue;
+    return definition;
+}
 
+inline TObjectDefinition& Table(TSchema& schema, const std::string& path,
+                                const std::string& entries) {
+    TObjectDefinition& table = schema.MakeObject(path);
+    table.writable = true;
+    table.entries = entries;
+    return table;
+}
+
+// One of everything that a model can have. Made anew for most inputs, so it is not read from a
+// file.
 inline TDataModel MakeModel() {
-    static const TMemoryFile file;
-    file.Write(MODEL);
     TSchema schema;
-    LoadModel(file.Path(), schema);
+    TObjectDefinition& device = schema.MakeObject("Device.");
+    device.Define(Parameter("Text", TBaseType::STRING, true, "a"));
+    device.parameters.back().type.sizes = {{std::nullopt, 16}};
+    device.Define(Parameter("Whole", TBaseType::INT, true, "0"));
+    device.parameters.back().type.ranges = {{-5, 100}};
+    device.Define(Parameter("Kind", TBaseType::STRING, true, "A"));
+    device.parameters.back().type.enumeration = {"A", "B"};
+    device.Define(Parameter("Fixed", TBaseType::BOOLEAN, false, "true"));
+    device.Define(Parameter("When", TBaseType::DATE_TIME, true, "0001-01-01T00:00:00Z"));
+    device.Define(Parameter("RowNumberOfEntries", TBaseType::UNSIGNED_INT, false, "0"));
+    TObjectDefinition& row = Table(schema, "Device.Row.{i}.", "RowNumberOfEntries");
+    row.maxEntries = 5;
+    row.uniqueKeys = {{"Name"}};
+    row.indexMap = {{1, 7}};
+    row.Define(Parameter("Name", TBaseType::STRING, true, ""));
+    row.Define(Parameter("CellNumberOfEntries", TBaseType::UNSIGNED_INT, false, "0"));
+    Table(schema, "Device.Row.{i}.Cell.{i}.", "CellNumberOfEntries")
+        .Define(Parameter("Value", TBaseType::HEX_BINARY, true, ""));
+    schema.Seeds() = {{"", "Device.Row.1.", {{"Name", "one"}}},
+                      {"", "Device.Row.3.", {{"Name", "three"}}},
+                      {"", "Device.Row.3.Cell.2.", {}}};
     return TDataModel(std::move(schema));
 }
 

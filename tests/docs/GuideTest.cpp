@@ -156,6 +156,7 @@ TEST_P(Documents, NameFilesThatAreThere) {
 INSTANTIATE_TEST_SUITE_P(All, Documents,
                          testing::Values("README.md", "CONTRIBUTING.md", "CHANGELOG.md",
                                          "docs/guide.md", "docs/wire-protocol.md",
-                                         "docs/operating.md", "docs/porting.md"));
+                                         "docs/operating.md", "docs/porting.md",
+                                         "docs/reliability.md"));
 
 }  // namespace

@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -37,6 +39,12 @@ protected:
         return "";
     }
 
+    // What a gateway would find that started now.
+    std::string Copy() const {
+        std::filesystem::copy_file(m_File, m_File + ".copy");
+        return m_File + ".copy";
+    }
+
     TempDir m_Dir;
     std::string m_File = m_Dir.File("deep/er/state.sqlite");
 };
@@ -65,6 +73,41 @@ TEST_F(Store, KeepsWhichInstancesCameAndWent) {
     EXPECT_THAT(state.instances, ElementsAre(Pair("T.1.", false), Pair("T.10.", true),
                                              Pair("T.2.", false), Pair("T.3.", false)));
     EXPECT_THAT(state.values, ElementsAre(Pair("T.10.A", "10")));
+}
+
+// As on a full disk: the file may not grow.
+class TFullDisk {
+public:
+    explicit TFullDisk(const std::string& file) {
+        std::signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &m_Before);
+        const rlimit limit = {static_cast<rlim_t>(std::filesystem::file_size(file)),
+                              m_Before.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    }
+    TFullDisk(const TFullDisk&) = delete;
+    TFullDisk& operator=(const TFullDisk&) = delete;
+    ~TFullDisk() { setrlimit(RLIMIT_FSIZE, &m_Before); }
+
+private:
+    rlimit m_Before{};
+};
+
+TEST_F(Store, SavesNothingOnAFullDiskAndGoesOnWhenThereIsRoom) {
+    const TDataModel::TChanges large = Writes({{"A", "2"}, {"B", std::string(100000, 'b')}});
+    {
+        TStore store(m_File);
+        store.Save(Writes({{"A", "1"}}));
+        {
+            const TFullDisk disk(m_File);
+            EXPECT_THROW(store.Save(large), std::runtime_error);
+            EXPECT_THAT(store.Load().values, ElementsAre(Pair("A", "1")));
+        }
+        EXPECT_THAT(TStore(Copy()).Load().values, ElementsAre(Pair("A", "1")));
+        store.Save(large);
+    }
+    EXPECT_THAT(TStore(m_File).Load().values,
+                ElementsAre(Pair("A", "2"), Pair("B", testing::SizeIs(100000))));
 }
 
 TEST_F(Store, RefusesAForeignFileAndLeavesItAlone) {
