@@ -1,12 +1,11 @@
 // Two names can match only if they have the same shape: the name with every run of digits and "*"
-// made into one "*". And a name with "*" can match one without only if their other runs are the
-// same. So names are kept in tables: those without "*" by themselves, the others by their shape and
-// then by what is left of them when the runs with a "*" are opened. However many names differ in
-// their numbers alone, a parameter costs a few look-ups and is held against names that fit.
+// made into one "*", which opens the run. And a name with "*" can match one without only if their
+// other runs are the same. So names without "*" are kept by themselves, and the others by what is
+// left of them when the runs with a "*" are opened. However many names differ in their numbers
+// alone, a parameter costs a few look-ups and is held against names that fit.
 #include "OstelNameMatch.h"
 
 #include <algorithm>
-#include <string_view>
 
 namespace OstelNameMatch {
 
@@ -25,9 +24,9 @@ std::size_t RunLength(const std::string& name, std::size_t start) {
     return end - start;
 }
 
-// The name with one "*" in place of each run for which isOpen(number of the run, its text) holds.
-template <typename IsOpen>
-std::string Open(const std::string& name, IsOpen isOpen) {
+// The name with one "*" in place of each of its runs that is to be opened; without `openRuns`, of
+// all of them.
+std::string Open(const std::string& name, const std::vector<bool>* openRuns) {
     std::string opened;
     opened.reserve(name.size());
     std::size_t number = 0;
@@ -37,22 +36,32 @@ std::string Open(const std::string& name, IsOpen isOpen) {
             opened += name[i++];
             continue;
         }
-        if (isOpen(number++, std::string_view(name).substr(i, length))) {
+        if (openRuns == nullptr || (*openRuns)[number]) {
             opened += '*';
         } else {
             opened.append(name, i, length);
         }
+        ++number;
         i += length;
     }
     return opened;
 }
 
 std::string Shape(const std::string& name) {
-    return Open(name, [](std::size_t, std::string_view) { return true; });
+    return Open(name, nullptr);
 }
 
-std::string Open(const std::string& name, const std::vector<bool>& openRuns) {
-    return Open(name, [&](std::size_t number, std::string_view) { return openRuns[number]; });
+// Which of the name's runs have a "*" in them.
+std::vector<bool> RunsWithWildcard(const std::string& name) {
+    std::vector<bool> runs;
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        const std::size_t length = RunLength(name, i);
+        if (length > 0) {
+            runs.push_back(name.find('*', i) < i + length);
+            i += length;
+        }
+    }
+    return runs;
 }
 
 // Steps over the digits at `position`; false when there are none.
@@ -91,28 +100,15 @@ bool Match(const std::string& left, const std::string& right) {
 TIndex::TIndex(const std::vector<std::string>& names) : m_Names(names) {
     for (std::size_t i = 0; i < names.size(); ++i) {
         if (HasWildcard(names[i])) {
-            AddWildcard(i);
+            const std::vector<bool> openRuns = RunsWithWildcard(names[i]);
+            if (std::find(m_OpenRuns.begin(), m_OpenRuns.end(), openRuns) == m_OpenRuns.end()) {
+                m_OpenRuns.push_back(openRuns);
+            }
+            m_Wildcards[Open(names[i], &openRuns)].push_back(i);
         } else {
             m_Exact[names[i]].push_back(i);
         }
     }
-}
-
-void TIndex::AddWildcard(std::size_t position) {
-    const std::string& name = m_Names[position];
-    std::vector<bool> openRuns;
-    const std::string key = Open(name, [&](std::size_t, std::string_view run) {
-        openRuns.push_back(run.find('*') != std::string_view::npos);
-        return openRuns.back();
-    });
-    std::vector<TFamily>& families = m_Wildcards[Shape(name)];
-    auto family = std::find_if(families.begin(), families.end(), [&](const TFamily& candidate) {
-        return candidate.openRuns == openRuns;
-    });
-    if (family == families.end()) {
-        family = families.insert(family, {openRuns, {}});
-    }
-    family->positions[key].push_back(position);
 }
 
 void TIndex::Append(const TPositions& candidates, const std::string& key, const std::string& name,
@@ -135,11 +131,10 @@ std::vector<std::size_t> TIndex::Find(const std::string& name) {
         if (same != m_Exact.end()) {
             found = same->second;
         }
-        const auto families =
-            m_Wildcards.empty() ? m_Wildcards.end() : m_Wildcards.find(Shape(name));
-        if (families != m_Wildcards.end()) {
-            for (const TFamily& family : families->second) {
-                Append(family.positions, Open(name, family.openRuns), name, found);
+        const std::size_t runs = m_OpenRuns.empty() ? 0 : RunsWithWildcard(name).size();
+        for (const std::vector<bool>& openRuns : m_OpenRuns) {
+            if (openRuns.size() == runs) {
+                Append(m_Wildcards, Open(name, &openRuns), name, found);
             }
         }
         return found;

@@ -27,20 +27,14 @@ public:
 private:
     using TPositions = std::unordered_map<std::string, std::vector<std::size_t>>;
 
-    // Names of one shape that have their "*" in the same runs, by the name with these runs open.
-    struct TFamily {
-        std::vector<bool> openRuns;
-        TPositions positions;
-    };
-
-    void AddWildcard(std::size_t position);
     void Append(const TPositions& candidates, const std::string& key, const std::string& name,
                 std::vector<std::size_t>& found) const;
 
     const std::vector<std::string>& m_Names;
     TPositions m_Exact;      // names without "*", by themselves
+    TPositions m_Wildcards;  // names with "*", by what is left of them when their runs are opened
+    std::vector<std::vector<bool>> m_OpenRuns;  // the different ways in which these are opened
     TPositions m_AllShapes;  // all names by their shape; filled when first needed
-    std::unordered_map<std::string, std::vector<TFamily>> m_Wildcards;  // names with "*", by shape
 };
 
 }  // namespace OstelNameMatch

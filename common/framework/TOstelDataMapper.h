@@ -1,6 +1,7 @@
 #ifndef T_OSTEL_DATA_MAPPER_H
 #define T_OSTEL_DATA_MAPPER_H
 
+#include <cstddef>
 #include <functional>
 #include <initializer_list>
 #include <map>
@@ -41,6 +42,15 @@ public:
     class TEnumMapping : public IEnumMapping {
     public:
         TEnumMapping(std::initializer_list<std::pair<T, std::string>> rows) {
+            for (const auto& row : rows) {
+                m_Strings.emplace(row.first, row.second);
+                m_Values.emplace(row.second, row.first);
+            }
+        }
+
+        // For tables of constants, which would be large as code that makes each text.
+        template <std::size_t Size>
+        explicit TEnumMapping(const std::pair<T, const char*> (&rows)[Size]) {
             for (const auto& row : rows) {
                 m_Strings.emplace(row.first, row.second);
                 m_Values.emplace(row.second, row.first);

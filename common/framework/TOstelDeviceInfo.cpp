@@ -4,38 +4,62 @@
 #include "TOstelApplication.h"
 #include "zt_logging.h"
 
-std::map<TOstelDeviceInfo::TInfoItemType, TOstelDeviceInfo::TInfoItemData>
-    TOstelDeviceInfo::mDataMap = {
-        {ADDITIONAL_SOFTWARE_VERSION, {"Device.DeviceInfo.AdditionalSoftwareVersion", "", false}},
-        {CM_ADDRESS, {"Device.DeviceInfo.X_KAVEN_COM_CMAddress", "", true}},
-        {DEVICE_CONDITION, {"Device.DeviceInfo.X_KAVEN_COM_DeviceCondition", "", true}},
-        {DEVICE_ID_PROP1_HASH, {"Device.DeviceInfo.X_KAVEN_COM_DeviceIdProp1Hash", "", false}},
-        {SYSTEM_DEVICE_MODE, {"Device.X_KAVEN_COM_General.SystemState.DeviceMode", "", false}},
-        {FIRST_USE_DATE, {"Device.DeviceInfo.FirstUseDate", "", false}},
-        {HARDWARE_VERSION, {"Device.DeviceInfo.HardwareVersion", "", false}},
-        {MANAGED_DEVICE, {"Device.DeviceInfo.X_KAVEN_COM_ManagedDevice", "", false}},
-        {MANUFACTURER, {"Device.DeviceInfo.Manufacturer", "", false}},
-        {MODEL_NAME, {"Device.DeviceInfo.ModelName", "", false}},
-        {CONTROL_DEVICE_MODE,
-         {"Device.X_KAVEN_COM_General.DeviceMode_Control.DeviceMode", "", false}},
-        {MANUFACTURER_OUI, {"Device.DeviceInfo.ManufacturerOUI", "", false}},
-        {PERSISTENT_PATH, {"Device.X_KAVEN_COM_General.Storage.PersistentPath", "", false}},
-        {PRODUCT_CLASS, {"Device.DeviceInfo.ProductClass", "", false}},
-        {PROFILE_SYNCED, {"Device.X_KAVEN_COM_General.SystemState.ProfileSynced", "", true}},
-        {SERIAL_NUMBER, {"Device.DeviceInfo.SerialNumber", "", false}},
-        {UPDATE_LAST_CHECK_TIME,
-         {"Device.X_KAVEN_COM_General.SoftwareUpdate.UpdateLastCheckTime", "", true}},
-        {UPDATE_COMPLETION_PERCENTAGE,
-         {"Device.X_KAVEN_COM_General.SoftwareUpdate.UpdateCompletionPercentage", "", true}},
-        {UPDATE_STATUS, {"Device.X_KAVEN_COM_General.SoftwareUpdate.UpdateStatus", "", true}},
-        {UPDATE_URL, {"Device.X_KAVEN_COM_General.SoftwareUpdate.UpdateURL", "", true}},
-        {UPDATE_VERSION, {"Device.X_KAVEN_COM_General.SoftwareUpdate.UpdateVersion", "", true}},
-        {SOFTWARE_VERSION, {"Device.DeviceInfo.SoftwareVersion", "", false}},
-        {TEMPORARY_PATH, {"Device.X_KAVEN_COM_General.Storage.TemporaryPath", "", false}},
-        {UP_TIME, {"Device.DeviceInfo.UpTime", "", true}},
-        {WAN_ADDRESS, {"Device.DeviceInfo.X_KAVEN_COM_WANAddress", "", true}},
-        {WAN_MAC, {"Device.DeviceInfo.X_KAVEN_COM_WANMAC", "", false}},
+namespace {
+
+struct TItem {
+    const char* path;
+    TOstelDeviceInfo::TInfoItemType item;
+    bool isVolatile;
 };
+
+constexpr TItem ITEMS[] = {
+    {"Device.DeviceInfo.AdditionalSoftwareVersion", TOstelDeviceInfo::ADDITIONAL_SOFTWARE_VERSION,
+     false},
+    {"Device.DeviceInfo.X_KAVEN_COM_CMAddress", TOstelDeviceInfo::CM_ADDRESS, true},
+    {"Device.DeviceInfo.X_KAVEN_COM_DeviceCondition", TOstelDeviceInfo::DEVICE_CONDITION, true},
+    {"Device.DeviceInfo.X_KAVEN_COM_DeviceIdProp1Hash", TOstelDeviceInfo::DEVICE_ID_PROP1_HASH,
+     false},
+    {"Device.X_KAVEN_COM_General.SystemState.DeviceMode", TOstelDeviceInfo::SYSTEM_DEVICE_MODE,
+     false},
+    {"Device.DeviceInfo.FirstUseDate", TOstelDeviceInfo::FIRST_USE_DATE, false},
+    {"Device.DeviceInfo.HardwareVersion", TOstelDeviceInfo::HARDWARE_VERSION, false},
+    {"Device.DeviceInfo.X_KAVEN_COM_ManagedDevice", TOstelDeviceInfo::MANAGED_DEVICE, false},
+    {"Device.DeviceInfo.Manufacturer", TOstelDeviceInfo::MANUFACTURER, false},
+    {"Device.DeviceInfo.ModelName", TOstelDeviceInfo::MODEL_NAME, false},
+    {"Device.X_KAVEN_COM_General.DeviceMode_Control.DeviceMode",
+     TOstelDeviceInfo::CONTROL_DEVICE_MODE, false},
+    {"Device.DeviceInfo.ManufacturerOUI", TOstelDeviceInfo::MANUFACTURER_OUI, false},
+    {"Device.X_KAVEN_COM_General.Storage.PersistentPath", TOstelDeviceInfo::PERSISTENT_PATH, false},
+    {"Device.DeviceInfo.ProductClass", TOstelDeviceInfo::PRODUCT_CLASS, false},
+    {"Device.X_KAVEN_COM_General.SystemState.ProfileSynced", TOstelDeviceInfo::PROFILE_SYNCED,
+     true},
+    {"Device.DeviceInfo.SerialNumber", TOstelDeviceInfo::SERIAL_NUMBER, false},
+    {"Device.X_KAVEN_COM_General.SoftwareUpdate.UpdateLastCheckTime",
+     TOstelDeviceInfo::UPDATE_LAST_CHECK_TIME, true},
+    {"Device.X_KAVEN_COM_General.SoftwareUpdate.UpdateCompletionPercentage",
+     TOstelDeviceInfo::UPDATE_COMPLETION_PERCENTAGE, true},
+    {"Device.X_KAVEN_COM_General.SoftwareUpdate.UpdateStatus", TOstelDeviceInfo::UPDATE_STATUS,
+     true},
+    {"Device.X_KAVEN_COM_General.SoftwareUpdate.UpdateURL", TOstelDeviceInfo::UPDATE_URL, true},
+    {"Device.X_KAVEN_COM_General.SoftwareUpdate.UpdateVersion", TOstelDeviceInfo::UPDATE_VERSION,
+     true},
+    {"Device.DeviceInfo.SoftwareVersion", TOstelDeviceInfo::SOFTWARE_VERSION, false},
+    {"Device.X_KAVEN_COM_General.Storage.TemporaryPath", TOstelDeviceInfo::TEMPORARY_PATH, false},
+    {"Device.DeviceInfo.UpTime", TOstelDeviceInfo::UP_TIME, true},
+    {"Device.DeviceInfo.X_KAVEN_COM_WANAddress", TOstelDeviceInfo::WAN_ADDRESS, true},
+    {"Device.DeviceInfo.X_KAVEN_COM_WANMAC", TOstelDeviceInfo::WAN_MAC, false},
+};
+
+}  // namespace
+
+std::map<TOstelDeviceInfo::TInfoItemType, TOstelDeviceInfo::TInfoItemData>
+    TOstelDeviceInfo::mDataMap = [] {
+        decltype(mDataMap) data;
+        for (const TItem& item : ITEMS) {
+            data[item.item] = {item.path, "", item.isVolatile};
+        }
+        return data;
+    }();
 
 TOstelDeviceInfo* TOstelDeviceInfo::GetInstance() {
     static TOstelDeviceInfo instance;
