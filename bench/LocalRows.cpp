@@ -1,6 +1,8 @@
 // Requests on the bus.
 #include <benchmark/benchmark.h>
 
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -37,6 +39,17 @@ void InThreads(int threads, int runs, const TWork& work) {
     }
 }
 
+void EchoAgainst(benchmark::State& state, const TEcho& other, const TGoal& goal,
+                 const TWork& ours) {
+    const std::string reply = Reply(std::string(static_cast<std::size_t>(state.range(0)), 'v'));
+    const ServerProcess ourServer(ServerProcess::Role(OSTEL_ECHO.kind, DISPATCHER, reply));
+    const ServerProcess otherServer(ServerProcess::Role(other.kind, "BENCH_OTHER", reply));
+    const std::unique_ptr<IEchoClient> client = other.newClient("BENCH_OTHER");
+    const std::string request = Request();
+    Compare(state, {other.kind, "us", goal}, 100, ours,
+            [&] { benchmark::DoNotOptimize(client->Call(request)); });
+}
+
 }  // namespace
 
 void RoundTrip(benchmark::State& state) {
@@ -67,11 +80,18 @@ void Throughput(benchmark::State& state) {
 
 // Each library calls a server of its own kind; the texts are the same.
 void RoundTripAgainst(benchmark::State& state, const TEcho& other, const TGoal& goal) {
-    const std::string reply = Reply(std::string(static_cast<std::size_t>(state.range(0)), 'v'));
-    const ServerProcess ourServer(ServerProcess::Role(OSTEL_ECHO.kind, DISPATCHER, reply));
-    const ServerProcess otherServer(ServerProcess::Role(other.kind, "BENCH_OTHER", reply));
-    const std::unique_ptr<IEchoClient> client = other.newClient("BENCH_OTHER");
+    EchoAgainst(state, other, goal, &GetParamOnce);
+}
+
+// Without what an application wants of them: the others do not look into the texts either.
+void TextAgainst(benchmark::State& state, const TEcho& other, const TGoal& goal) {
+    Application();
     const std::string request = Request();
-    Compare(state, {other.kind, "us", goal}, 100, &GetParamOnce,
-            [&] { benchmark::DoNotOptimize(client->Call(request)); });
+    EchoAgainst(state, other, goal, [&] {
+        std::string reply;
+        if (getOstelIpcInstance()->CallMethod(EchoNames::METHOD, request, reply) != 0) {
+            throw std::runtime_error("the call failed");
+        }
+        benchmark::DoNotOptimize(reply.data());
+    });
 }

@@ -7,8 +7,18 @@ BENCHMARK(RoundTrip)->Name("GetParam, one value")->UseManualTime()->Iterations(6
 BENCHMARK(Throughput)->Name("GetParam, 8 threads, 800 calls")->UseManualTime()->Iterations(30);
 
 void Sizes(benchmark::internal::Benchmark* row) {
-    row->ArgName("bytes")->Arg(20)->Arg(1000)->Arg(20000)->UseManualTime()->Iterations(30);
+    row->ArgName("bytes")->Arg(20)->Arg(1000)->Arg(20000)->UseManualTime()->Iterations(20);
 }
+BENCHMARK_CAPTURE(TextAgainst, raw, RAW_ECHO, TGoal())->Name("text round trip")->Apply(&Sizes);
+BENCHMARK_CAPTURE(TextAgainst, sd_bus, SD_BUS_ECHO, TGoal())
+    ->Name("text round trip")
+    ->Apply(&Sizes);
+BENCHMARK_CAPTURE(TextAgainst, gdbus, GDBUS_ECHO, AtMost(1))
+    ->Name("text round trip")
+    ->Apply(&Sizes);
+BENCHMARK_CAPTURE(TextAgainst, sdbus_cpp, SDBUS_CPP_ECHO, AtMost(1))
+    ->Name("text round trip")
+    ->Apply(&Sizes);
 BENCHMARK_CAPTURE(RoundTripAgainst, raw, RAW_ECHO, TGoal())->Name("GetParam")->Apply(&Sizes);
 BENCHMARK_CAPTURE(RoundTripAgainst, sd_bus, SD_BUS_ECHO, TGoal())->Name("GetParam")->Apply(&Sizes);
 BENCHMARK_CAPTURE(RoundTripAgainst, gdbus, GDBUS_ECHO, AtMost(1))->Name("GetParam")->Apply(&Sizes);

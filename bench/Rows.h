@@ -13,6 +13,8 @@ void Throughput(benchmark::State& state);
 // The argument is the size of the value.
 void RoundTripAgainst(benchmark::State& state, const TEcho& other, const TGoal& goal);
 
+void TextAgainst(benchmark::State& state, const TEcho& other, const TGoal& goal);
+
 // The argument is the number of names.
 void Array(benchmark::State& state);
 void LinearArray(benchmark::State& state);
