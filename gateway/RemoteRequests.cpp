@@ -147,8 +147,12 @@ tOstelReturnCode TRemoteRequests::Subscribe(TContext& context) {
         !m_Subscriptions.Add(context.peerAddress, *serialNumber, *names)) {
         return RC_BUFFER_OVERFLOW;
     }
-    // Read again, now that no change can be missed.
-    return Dispatch("GET_PARAM_ARRAY", context.text, context.reply);
+    // Read again, now that no change can be missed. What is there may have changed in between.
+    const tOstelReturnCode result = Dispatch("GET_PARAM_ARRAY", context.text, context.reply);
+    if (result != RC_SUCCESS || !Fits(WithStatus(context.reply, result))) {
+        m_Subscriptions.Remove(context.peerAddress, *serialNumber, *names);
+    }
+    return result;
 }
 
 tOstelReturnCode TRemoteRequests::Unsubscribe(TContext& context) {

@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 
@@ -125,6 +127,27 @@ TEST_F(GatewayRemote, GivesFilesAsLongAsAnAnswerMayBe) {
     EXPECT_EQ(m_App.GetFileRemote(m_Host, "most", bytes), RC_SUCCESS);
     EXPECT_EQ(std::string(bytes.begin(), bytes.end()), std::string(1048575, 'x'));
     EXPECT_EQ(m_App.GetFileRemote(m_Host, "more", bytes), RC_FAILURE);
+}
+
+TEST_F(GatewayRemote, OutlivesPeersThatLeaveInTheMiddleOfAnAnswer) {
+    for (int i = 0; i < 10; ++i) {
+        const TFinished client = RunProgram(
+            {"sh", "-c",
+             R"(printf '{"REQUEST_TYPE":"GET_FILE","FILE_NAME":"most"}' | openssl s_client -quiet )"
+             "-connect " +
+                 m_Host + ":42042 -cert " + m_Unit + "ostel.cert.pem -key " + m_Unit +
+                 "ostel.key.pem -CAfile " + m_Unit + "ostelRoot.cert.pem | head -c 9"});
+        EXPECT_EQ(client.output.size(), 9U);
+    }
+    EXPECT_EQ(Ask(R"({"REQUEST_TYPE":"COMMIT"})"), R"({"STATUS":"OK"})");
+    // Whether the last write of an answer meets an end that is closed is up to the moment.
+    std::ifstream status("/proc/" + std::to_string(m_Gateway.Process().Pid()) + "/status");
+    std::string word;
+    while (status >> word && word != "SigIgn:") {
+    }
+    std::uint64_t ignored = 0;
+    ASSERT_TRUE(status >> std::hex >> ignored);
+    EXPECT_NE(ignored & (std::uint64_t{1} << (SIGPIPE - 1)), 0U);
 }
 
 TEST_F(GatewayRemote, BroadcastsEventsOnItsBus) {

@@ -1,15 +1,21 @@
 // Requests of other units, short of what carries them.
 #include "RemoteRequests.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <new>
 
+#include "PeerDouble.h"
 #include "RecordingLog.h"
 #include "ScarceThreads.h"
 #include "TempDir.h"
 
 namespace {
+
+using testing::Each;
+using testing::HasSubstr;
 
 TDataModel AModel() {
     TParamDefinition parameter;
@@ -20,6 +26,30 @@ TDataModel AModel() {
     return TDataModel(std::move(schema));
 }
 
+// Whose parameters go, or grow, between two readings.
+class TChangingDispatcher : public TDispatcher {
+public:
+    using TDispatcher::TDispatcher;
+
+    int OnMethodCall(const std::string& type, const std::string& request,
+                     std::string& reply) override {
+        const int code = TDispatcher::OnMethodCall(type, request, reply);
+        if (++m_Calls != 2 || !m_OnSecond) {
+            return code;
+        }
+        return m_OnSecond(reply);
+    }
+
+    void Begin(std::function<int(std::string& reply)> onSecond) {
+        m_Calls = 0;
+        m_OnSecond = std::move(onSecond);
+    }
+
+private:
+    int m_Calls = 0;
+    std::function<int(std::string& reply)> m_OnSecond;
+};
+
 class RemoteRequests : public testing::Test {
 protected:
     // The answer's document.
@@ -27,12 +57,13 @@ protected:
         return m_Requests.Answer(request, address).substr(8);
     }
 
+    PeerDouble m_Peer;
     TempDir m_Dir;
     TDataModel m_Model = AModel();
     TStore m_Store{m_Dir.File("state")};
-    TDispatcher m_Dispatcher{m_Model, m_Store, [](const std::string&, const std::string&) {}};
-    TSubscriptions m_Subscriptions{"S0", [](const std::string&, const std::string&,
-                                            const TStopSignal&, TDeadline) { return true; }};
+    TChangingDispatcher m_Dispatcher{m_Model, m_Store,
+                                     [](const std::string&, const std::string&) {}};
+    TSubscriptions m_Subscriptions{"S0", m_Peer.Send()};
     TSharedFiles m_Files{""};
     TRemoteRequests m_Requests{m_Dispatcher, m_Subscriptions, m_Files,
                                [](const std::string& name, const std::string&) {
@@ -68,6 +99,29 @@ TEST_F(RemoteRequests, SubscribeNobodyForWhomThereIsNoThread) {
     m_Subscriptions.OnChange("Device.A", "2");
     EXPECT_EQ(Ask(Subscribe("S1")), subscribed);
     m_Subscriptions.OnChange("Device.A", "3");
+}
+
+TEST_F(RemoteRequests, SubscribeNobodyWhoIsToldOfAFailureAtLast) {
+    const std::pair<const char*, std::function<int(std::string&)>> cases[] = {
+        {R"({"STATUS":"RC_INVALID_PARAM_NAME"})",
+         [](std::string&) { return RC_INVALID_PARAM_NAME; }},
+        {R"({"STATUS":"RC_BUFFER_OVERFLOW"})", [](std::string& reply) {
+             reply =
+                 R"({"PARAMS":[{"NAME":"Device.A","VALUE":")" + std::string(5000, 'x') + R"("}]})";
+             return RC_SUCCESS;
+         }}};
+    std::size_t told = 0;
+    for (const auto& [answer, onSecond] : cases) {
+        m_Dispatcher.Begin(onSecond);
+        EXPECT_EQ(Ask(Subscribe("S1")), answer);
+        m_Subscriptions.OnChange("Device.A", "2");
+        // Told after it, this one shows that the first is not.
+        EXPECT_TRUE(m_Subscriptions.Add("10.0.0.1", "S1", {"Device.B"}));
+        m_Subscriptions.OnChange("Device.A", "2");
+        m_Subscriptions.OnChange("Device.B", "3");
+        ASSERT_TRUE(m_Peer.WaitForTexts(++told));
+        EXPECT_THAT(m_Peer.Texts(), Each(HasSubstr("Device.B")));
+    }
 }
 
 TEST_F(RemoteRequests, TakeSerialNumbersThatCanBeSome) {

@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -41,6 +42,9 @@ int PeakMemory() {
 
 class RemoteService : public testing::Test {
 protected:
+    // As the gateway does.
+    void SetUp() override { signal(SIGPIPE, SIG_IGN); }
+
     void Start(milliseconds limit = std::chrono::seconds(10), std::size_t connections = 32) {
         m_Service = std::make_unique<TRemoteService>(
             TRemoteService::TSettings{m_Host, limit, connections}, m_Context,
@@ -49,7 +53,7 @@ protected:
                 if (m_OnRequest) {
                     m_OnRequest();
                 }
-                return RemoteProtocol::Framed(request.empty() ? "malformed" : request, "");
+                return RemoteProtocol::Framed(request.empty() ? "malformed" : request, m_Binary);
             });
     }
 
@@ -105,7 +109,8 @@ protected:
     const TTlsContext m_Context{m_Unit};
     const std::string m_Host = TlsPeer::FreeHost();
     std::atomic<int> m_Requests{0};
-    std::function<void()> m_OnRequest;  // set before the start
+    std::function<void()> m_OnRequest;  // set before the start, as is the next
+    std::string m_Binary;
     std::unique_ptr<TRemoteService> m_Service;
 };
 
@@ -187,6 +192,20 @@ TEST_F(RemoteService, CutsOffWhoTakesTooLong) {
     EXPECT_EQ(Ask("", m_Unit), "");
     EXPECT_EQ(Ask("{\"a\":", m_Unit), "");
     EXPECT_EQ(m_Requests, 0);
+}
+
+TEST_F(RemoteService, CutsOffWhoDoesNotTakeTheAnswer) {
+    // More than the sockets' buffers hold.
+    m_Binary = std::string(16 << 20, 'x');
+    Start(milliseconds(1000), 1);
+    ChildProcess client({"sh", "-c",
+                         "printf '{}' | openssl s_client -quiet -connect " + m_Host +
+                             ":42042 -cert " + m_Unit + "ostel.cert.pem -key " + m_Unit +
+                             "ostel.key.pem -CAfile " + m_Unit + "ostelRoot.cert.pem | sleep 15"});
+    ASSERT_TRUE(WaitUntil([&] { return m_Requests == 1; }));
+    // There is one thread, so that the next one comes when the first is over.
+    ChildProcess next(Client(m_Unit), "{}");
+    EXPECT_TRUE(WaitUntil([&] { return m_Requests == 2; }));
 }
 
 // It would be whole in the end.
