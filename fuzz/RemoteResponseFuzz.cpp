@@ -1,5 +1,5 @@
 // What another unit answers, and what is made of it.
-#include <cstring>
+#include <algorithm>
 
 #include "Fuzz.h"
 #include "OstelRemoteResponse.h"
@@ -17,7 +17,7 @@ public:
 
     bool Read(char* buffer, std::size_t length) const override {
         const std::string bytes = m_Cursor.Bytes(length);
-        std::memcpy(buffer, bytes.data(), bytes.size());
+        std::copy(bytes.begin(), bytes.end(), buffer);
         m_Taken += bytes.size();
         return bytes.size() == length;
     }
