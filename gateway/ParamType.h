@@ -36,9 +36,10 @@ struct TParamType {
             return (!minimum || value >= *minimum) && (!maximum || value <= *maximum);
         }
     };
-    // Holds every number of 64 bits as it is, as it does on the processors that this runs on.
+    // Holds every number of 64 bits as it is wherever the processor has a type for that; 32-bit ARM
+    // has none, and rounds ends beyond 53 bits.
     using TRangeEnd = long double;
-    static_assert(std::numeric_limits<TRangeEnd>::digits >= 64);
+    static constexpr bool RANGES_ARE_EXACT = std::numeric_limits<TRangeEnd>::digits >= 64;
     using TRange = TLimits<TRangeEnd>;
     using TSize = TLimits<std::size_t>;
 

@@ -9,7 +9,7 @@ namespace {
 static_assert(sizeof(tOstelAppLibParam) == 512, "name and value");
 static_assert(offsetof(tOstelAppLibParam, value) == 256, "behind the name");
 static_assert(offsetof(tOstelAppLibParamRequest, array) == 512, "behind name and value");
-#ifdef __i386__
+#if __SIZEOF_POINTER__ == 4
 static_assert(sizeof(tOstelAppLibParamArray) == 8, "pointer and count");
 static_assert(offsetof(tOstelAppLibParamRequest, isArray) == 520, "behind the array");
 static_assert(offsetof(tOstelAppLibParamRequest, remote) == 524, "aligned to 4");

@@ -49,8 +49,8 @@ std::string TextOf(const std::string& script, std::string text = "") {
 }
 
 int PidOf(const TProcess& process) {
-    return *reinterpret_cast<const int*>(reinterpret_cast<const char*>(&process) +
-                                         OffsetOf(T_pid()));
+    const void* const place = reinterpret_cast<const char*>(&process) + OffsetOf(T_pid());
+    return *static_cast<const int*>(place);
 }
 
 std::string BytesOf(TProcess& process) {

@@ -54,8 +54,8 @@ TEST_F(TOstelClockTimeTest, KeepsTheOrderOfItsMembersBehindTheVirtualTable) {
     constexpr std::size_t word = sizeof(void*);
     static_assert(sizeof(TOstelClockTime) == word + 4 * sizeof(std::int32_t));
     const TOstelClockTime time = Time(1, 2, 3, 4);
-    const auto* const members =
-        reinterpret_cast<const std::int32_t*>(reinterpret_cast<const char*>(&time) + word);
+    const void* const place = reinterpret_cast<const char*>(&time) + word;
+    const auto* const members = static_cast<const std::int32_t*>(place);
     EXPECT_EQ(members, &time.m_Hours);
     EXPECT_EQ(members + 1, &time.m_Minutes);
     EXPECT_EQ(members + 2, &time.m_Seconds);

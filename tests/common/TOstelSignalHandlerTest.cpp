@@ -65,7 +65,8 @@ bool IsAsleep(pid_t thread) {
 
 template <typename Member>
 const Member& MemberAt(std::size_t offset, const TOstelSignalHandler& handler) {
-    return *reinterpret_cast<const Member*>(reinterpret_cast<const char*>(&handler) + offset);
+    const void* const place = reinterpret_cast<const char*>(&handler) + offset;
+    return *static_cast<const Member*>(place);
 }
 
 const std::future<int>& FutureOf(const TOstelSignalHandler& handler) {
