@@ -10,6 +10,7 @@
 #include "Application.h"
 #include "Comparison.h"
 #include "Echo.h"
+#include "Processors.h"
 #include "RawBus.h"
 #include "Rows.h"
 #include "ServerProcess.h"
@@ -62,6 +63,7 @@ void RoundTrip(benchmark::State& state) {
 }
 
 void Throughput(benchmark::State& state) {
+    const Processors::TUseAll all;
     constexpr int threads = 8;
     constexpr int runs = 100;
     const ServerProcess server(

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "Echo.h"
+#include "Processors.h"
 #include "RatioTable.h"
 
 namespace {
@@ -33,6 +34,7 @@ int Measure(int argc, char** argv) {
     // both sides alike.
     mallopt(M_TRIM_THRESHOLD, 1 << 30);
     mallopt(M_MMAP_THRESHOLD, 1 << 30);
+    Processors::UseThatOfTheBus();
     TRatioTable table;
     benchmark::RunSpecifiedBenchmarks(&table);
     return table.HasFailed() ? 1 : 0;
