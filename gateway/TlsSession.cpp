@@ -2,6 +2,8 @@
 
 #include <openssl/err.h>
 #include <openssl/ssl.h>
+#include <openssl/x509_vfy.h>
+#include <openssl/x509v3.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -20,6 +22,18 @@ constexpr int VERIFY_DEPTH = 3;
 // A key with a pass phrase cannot be loaded; asking for it would wait at a terminal.
 int NoPassPhrase(char*, int, int, void*) {
     return -1;
+}
+
+// What OpenSSL derives from a certificate it keeps there with the first use. Done before the root
+// is shared, no two handshakes do it at once.
+void Prepare(X509_STORE* roots) {
+    STACK_OF(X509_OBJECT)* const objects = X509_STORE_get0_objects(roots);
+    for (int i = 0; i < sk_X509_OBJECT_num(objects); ++i) {
+        X509* const root = X509_OBJECT_get0_X509(sk_X509_OBJECT_value(objects, i));
+        if (root != nullptr) {
+            X509_check_purpose(root, -1, 0);
+        }
+    }
 }
 
 [[noreturn]] void FailTls(const std::string& what) {
@@ -90,6 +104,7 @@ TTlsContext::TTlsContext(const std::string& directory) : m_Context(SSL_CTX_new(T
     if (SSL_CTX_load_verify_locations(context, root.c_str(), nullptr) != 1) {
         FailTls(root);
     }
+    Prepare(SSL_CTX_get_cert_store(context));
     SSL_CTX_set_verify(context, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
     SSL_CTX_set_verify_depth(context, VERIFY_DEPTH);
     // Each connection carries one request: a session is never resumed, so none need be kept.
