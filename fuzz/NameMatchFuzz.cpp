@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr std::size_t LONGEST = 32;
+constexpr std::size_t LONGEST = 24;
 constexpr std::size_t MOST_NAMES = 4;
 
 bool IsDigit(char c) {
@@ -29,7 +29,7 @@ public:
         }
     }
 
-    bool CanBeEqual() const { return m_Equal[0]; }
+    bool CanBeEqual() const { return m_Equal[0] != 0; }
 
 private:
     // What is known behind these places tells of the names from these places on.
@@ -53,9 +53,9 @@ private:
     const std::string& m_Left;
     const std::string& m_Right;
     const std::size_t m_Width;
-    std::vector<bool> m_Equal;
-    std::vector<bool> m_LeftEats;
-    std::vector<bool> m_RightEats;
+    std::vector<char> m_Equal;
+    std::vector<char> m_LeftEats;
+    std::vector<char> m_RightEats;
 };
 
 // Only then there is but one way to read each "*".
@@ -96,7 +96,10 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     for (const std::string& name : names) {
         std::vector<std::size_t> expected;
         for (std::size_t i = 0; i < names.size(); ++i) {
-            Compare(name, names[i]);
+            // The sides do not matter, so once is enough.
+            if (&name <= &names[i]) {
+                Compare(name, names[i]);
+            }
             const bool match = OstelNameMatch::Match(names[i], name);
             Fuzz::Require(match == OstelNameMatch::Match(name, names[i]),
                           "the sides do not matter");

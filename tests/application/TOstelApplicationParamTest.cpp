@@ -136,6 +136,14 @@ TEST_F(TOstelApplicationParam, ADispatcherThatDiesInMidCallFailsTheCallAtOnce) {
     EXPECT_EQ(RecordingLog::Texts(2).size(), 2U);
 }
 
+TEST_F(TOstelApplicationParam, ADispatcherThatComesBackAfterAMidCallDeathServesTheNextCall) {
+    m_Dispatcher.Answer("SET_PARAM", "", 0, TManner::DIE);
+    EXPECT_EQ(m_App.SetParam("Device.X", "1", true), RC_FAILURE);
+    ScriptedDispatcher next;
+    next.Answer("SET_PARAM", "{}");
+    EXPECT_EQ(m_App.SetParam("Device.X", "1", true), RC_SUCCESS);
+}
+
 TEST_F(TOstelApplicationParam, ABusThatGoesAwayFailsTheWaitingCallAtOnce) {
     m_Dispatcher.Answer("GET_PARAM", TWO_PARAMS, 0, TManner::KEEP_SILENT);
     const auto start = std::chrono::steady_clock::now();
