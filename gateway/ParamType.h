@@ -50,12 +50,16 @@ struct TParamType {
     };
 
     // Throws std::regex_error, also for a pattern that is too long: the regular-expression engine
-    // recurses with its length.
+    // recurses with its length. Of the engine's two ways this is the one that does not try every
+    // path through a pattern such as "(a|a)*b", which would take for ever; it has no
+    // back-references, and models have none.
     struct TPattern {
         static constexpr std::size_t LONGEST = 2000;
 
         explicit TPattern(std::string pattern)
-            : text(std::move(pattern)), expression(text.size() <= LONGEST ? text : TooLong()) {}
+            : text(std::move(pattern)),
+              expression(text.size() <= LONGEST ? text : TooLong(),
+                         std::regex_constants::ECMAScript | std::regex_constants::__polynomial) {}
 
         std::string text;
         std::regex expression;

@@ -106,6 +106,17 @@ TEST(ParamType, CountsCharactersNotBytes) {
     EXPECT_FALSE(base64.Allows("QUI="));
 }
 
+TEST(ParamType, HoldsToPatternsThatCanBeReadInMoreWaysThanCanBeTried) {
+    TParamType type = Of("string");
+    type.patterns.emplace_back("(a|a|aa)*b");
+    EXPECT_FALSE(type.Allows(std::string(4000, 'a')));
+    EXPECT_TRUE(type.Allows(std::string(4000, 'a') + "b"));
+    type.patterns.clear();
+    type.patterns.emplace_back("(" + std::string(500, '|') + ")+X");
+    EXPECT_FALSE(type.Allows("0"));
+    EXPECT_TRUE(type.Allows("X"));
+}
+
 TEST(ParamType, HoldsToEnumerationAndPattern) {
     TParamType type = Of("string");
     type.enumeration = {"ON", "OFF"};
