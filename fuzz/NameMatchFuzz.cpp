@@ -29,7 +29,7 @@ public:
         }
     }
 
-    bool CanBeEqual() const { return m_Equal[0] != 0; }
+    bool CanBeEqual() const { return m_Equal[0]; }
 
 private:
     // What is known behind these places tells of the names from these places on.
@@ -53,9 +53,9 @@ private:
     const std::string& m_Left;
     const std::string& m_Right;
     const std::size_t m_Width;
-    std::vector<char> m_Equal;
-    std::vector<char> m_LeftEats;
-    std::vector<char> m_RightEats;
+    std::vector<bool> m_Equal;
+    std::vector<bool> m_LeftEats;
+    std::vector<bool> m_RightEats;
 };
 
 // Only then there is but one way to read each "*".
