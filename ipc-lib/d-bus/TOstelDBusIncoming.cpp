@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "OstelBusMessages.h"
 #include "OstelBusText.h"
 #include "OstelLog.h"
 #include "TOstelDBus.h"
@@ -172,7 +173,7 @@ void TOstelDBus::GetMessageValue(DBusMessage* message, std::string& value, int* 
 }
 
 void TOstelDBus::Reply(DBusMessage* call, const std::string& reply, int result) {
-    OSTEL_LOG_AS(ZT_LOG_LEVEL_DEBUG, "ipc-lib/d-bus/TOstelDBus", "Reply", "'%s' - '%d'",
+    OSTEL_LOG_AS(ZT_LOG_LEVEL_DEBUG, OstelBusMessages::MODULE, __func__, "'%s' - '%d'",
                  reply.c_str(), result);
     const TBusMessage answer(dbus_message_new_method_return(call));
     DBusMessageIter arguments;
