@@ -1,5 +1,6 @@
 // The records of the flat interface are converted to the application object's texts and lists and
-// back here; everything else is the application object's work.
+// back here; everything else is the application object's work. Their memory is given and taken in
+// ostelAppLibMemory.cpp.
 #include "ostelAppLib.h"
 
 #include <algorithm>
@@ -129,13 +130,6 @@ TParams ToList(const tOstelAppLibParamArray& array) {
 
 using TPairs = std::vector<std::pair<int, int>>;
 
-void ReleaseIndexMaps(const tOstelAppLibIndexMapRequest& request) noexcept {
-    for (std::uint32_t i = 0; i < request.count; ++i) {
-        delete[] request.maps[i].pairs;
-    }
-    delete[] request.maps;
-}
-
 void TakePairs(tOstelAppLibIndexMap& map, const TPairs& pairs) {
     auto taken = NewArray<tOstelAppLibIndexPair>(pairs.size());
     std::transform(pairs.begin(), pairs.end(), taken.get(), [](const std::pair<int, int>& pair) {
@@ -153,7 +147,7 @@ tOstelAppLibIndexMapRequest ToRecord(const std::unordered_map<std::string, TPair
             SetText(record.maps[record.count++].name, name);
         }
     } catch (const std::bad_alloc&) {
-        ReleaseIndexMaps(record);
+        ostelAppLibReleaseIndexMapRequest(&record);
         throw;
     }
     return record;
@@ -390,77 +384,4 @@ tOstelReturnCode ostelAppLibSetLongParam(const tOstelAppLibLongParamRequest* req
         return static_cast<tOstelReturnCode>(
             theNotifier.Ipc().CallMethod("SET_LONG_PARAM", document.EncodeToString(-1), reply));
     });
-}
-
-void ostelAppLibAllocateParamArray(tOstelAppLibParamArray* array, uint32_t count) {
-    if (array != nullptr) {
-        Allocate(array->params, array->count, count);
-    }
-}
-
-void ostelAppLibReleaseParamArray(tOstelAppLibParamArray* array) {
-    if (array != nullptr) {
-        Release(array->params, array->count);
-    }
-}
-
-void ostelAppLibAllocateParamArrayRequest(tOstelAppLibParamArray* array, uint32_t count) {
-    ostelAppLibAllocateParamArray(array, count);
-}
-
-void ostelAppLibReleaseParamArrayRequest(tOstelAppLibParamArray* array) {
-    ostelAppLibReleaseParamArray(array);
-}
-
-void ostelAppLibReleaseParamRequest(tOstelAppLibParamRequest* request) {
-    if (request != nullptr) {
-        ostelAppLibReleaseParamArray(&request->array);
-        request->isArray = false;
-    }
-}
-
-void ostelAppLibAllocateLongParamRequest(tOstelAppLibLongParamRequest* request, uint32_t size) {
-    if (request != nullptr) {
-        Allocate(request->value, request->size, size, NewBuffer);
-    }
-}
-
-void ostelAppLibReleaseLongParamRequest(tOstelAppLibLongParamRequest* request) {
-    if (request != nullptr) {
-        Release(request->value, request->size);
-    }
-}
-
-void ostelAppLibReleaseLongParamRemote(tOstelAppLibLongParamRequest* request) {
-    ostelAppLibReleaseLongParamRequest(request);
-}
-
-void ostelAppLibAllocateObjectRequest(tOstelAppLibObjectRequest* request, uint32_t count) {
-    if (request != nullptr) {
-        ostelAppLibAllocateParamArray(&request->params, count);
-    }
-}
-
-void ostelAppLibReleaseObjectRequest(tOstelAppLibObjectRequest* request) {
-    if (request != nullptr) {
-        ostelAppLibReleaseParamArray(&request->params);
-    }
-}
-
-void ostelAppLibAllocateObjectIdsRequest(tOstelAppLibObjectIdsRequest* request, uint32_t count) {
-    if (request != nullptr) {
-        Allocate(request->ids, request->count, count);
-    }
-}
-
-void ostelAppLibReleaseObjectIdsRequest(tOstelAppLibObjectIdsRequest* request) {
-    if (request != nullptr) {
-        Release(request->ids, request->count);
-    }
-}
-
-void ostelAppLibReleaseIndexMapRequest(tOstelAppLibIndexMapRequest* request) {
-    if (request != nullptr) {
-        ReleaseIndexMaps(*request);
-    }
 }
