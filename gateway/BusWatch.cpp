@@ -27,6 +27,25 @@ bool TBusWatch::IsThere(const std::string& id) const {
     return dbus_bus_name_has_owner(m_Connection.get(), (NAME_PREFIX + id).c_str(), nullptr) != 0;
 }
 
+bool TBusWatch::WaitUntilGone(const std::string& id, std::chrono::milliseconds limit) const {
+    const std::string rule =
+        "sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" + NAME_PREFIX + id + "'";
+    dbus_bus_add_match(m_Connection.get(), rule.c_str(), nullptr);
+    const auto end = std::chrono::steady_clock::now() + limit;
+    bool isThere = IsThere(id);
+    while (isThere && std::chrono::steady_clock::now() < end) {
+        // The word may have come with the last answer already.
+        if (!DropReceived()) {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+                end - std::chrono::steady_clock::now());
+            dbus_connection_read_write(m_Connection.get(), static_cast<int>(left.count()));
+        }
+        isThere = IsThere(id);
+    }
+    dbus_bus_remove_match(m_Connection.get(), rule.c_str(), nullptr);
+    return !isThere;
+}
+
 int TBusWatch::Descriptor() const {
     int descriptor = -1;
     dbus_connection_get_unix_fd(m_Connection.get(), &descriptor);
@@ -35,8 +54,16 @@ int TBusWatch::Descriptor() const {
 
 bool TBusWatch::IsConnected() const {
     dbus_connection_read_write(m_Connection.get(), 0);
-    // What comes is of no interest, and would pile up.
-    while (dbus_connection_dispatch(m_Connection.get()) == DBUS_DISPATCH_DATA_REMAINS) {
-    }
+    DropReceived();
     return dbus_connection_get_is_connected(m_Connection.get()) != 0;
+}
+
+// What comes is of no interest, and would pile up. True when there was something.
+bool TBusWatch::DropReceived() const {
+    bool dropped = false;
+    while (dbus_connection_get_dispatch_status(m_Connection.get()) == DBUS_DISPATCH_DATA_REMAINS) {
+        dbus_connection_dispatch(m_Connection.get());
+        dropped = true;
+    }
+    return dropped;
 }

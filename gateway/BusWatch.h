@@ -1,6 +1,7 @@
 #ifndef BUS_WATCH_H
 #define BUS_WATCH_H
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -16,12 +17,16 @@ public:
 
     // Does an application of this id answer to its name now?
     bool IsThere(const std::string& id) const;
+    // Waits until none does; false when one still does in the end.
+    bool WaitUntilGone(const std::string& id, std::chrono::milliseconds limit) const;
 
     // Readable when IsConnected has something to look at.
     int Descriptor() const;
     bool IsConnected() const;
 
 private:
+    bool DropReceived() const;
+
     struct TClose {
         void operator()(DBusConnection* connection) const;
     };

@@ -15,7 +15,6 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -88,14 +87,10 @@ private:
 // The id would pass to this process without a word, each would answer out of its own state, and
 // applications would be announced twice.
 void RefuseASecondGateway(const TBusWatch& bus) {
-    constexpr std::chrono::milliseconds WHILE_THE_BUS_NOTICES{1000};
-    const auto end = std::chrono::steady_clock::now() + WHILE_THE_BUS_NOTICES;
     // One that has just been killed may still be on the bus's books.
-    while (bus.IsThere("OSTEL_DISPATCHER")) {
-        if (std::chrono::steady_clock::now() >= end) {
-            throw std::runtime_error("another OSTEL_DISPATCHER is on this bus already");
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    constexpr std::chrono::milliseconds WHILE_THE_BUS_NOTICES{1000};
+    if (!bus.WaitUntilGone("OSTEL_DISPATCHER", WHILE_THE_BUS_NOTICES)) {
+        throw std::runtime_error("another OSTEL_DISPATCHER is on this bus already");
     }
 }
 
