@@ -11,7 +11,6 @@
 namespace {
 
 using std::chrono::milliseconds;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 

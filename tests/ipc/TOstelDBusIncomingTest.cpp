@@ -1,6 +1,8 @@
 // What arrives on the server connection: calls, events, and in monitor mode applications.
 #include <sys/resource.h>
 
+#include <future>
+
 #include "ChildProcess.h"
 #include "DBusFixture.h"
 
@@ -190,11 +192,12 @@ TEST_F(DBusIncoming, AListenerThatThrowsDoesNotEndTheWorker) {
 }
 
 TEST_F(DBusIncoming, ABurstOfTenThousandEventsArrivesWholeAndInOrder) {
-    std::atomic<int> slow{0};
-    m_Events.then = [&](const std::string&) {
-        if (++slow <= 100) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+    // The listener is slower than the sender: it begins when all events are on their way.
+    std::atomic<int> handled{0};
+    std::promise<void> areSent;
+    m_Events.then = [&, sent = areSent.get_future().share()](const std::string&) {
+        sent.wait();
+        ++handled;
     };
     m_Ipc.AddEventLstener(&m_Events, "E");
     m_Ipc.Run();
@@ -202,7 +205,8 @@ TEST_F(DBusIncoming, ABurstOfTenThousandEventsArrivesWholeAndInOrder) {
     for (int i = 0; i < 10000; ++i) {
         peer.Send(NewSignal("E", std::to_string(i)));
     }
-    ASSERT_TRUE(WaitUntil([&] { return slow == 10000; }, std::chrono::seconds(60)));
+    areSent.set_value();
+    ASSERT_TRUE(WaitUntil([&] { return handled == 10000; }, std::chrono::seconds(60)));
     ASSERT_TRUE(m_Events.WaitFor("E=9999"));
     const auto events = m_Events.Events();
     for (int i = 0; i < 10000; ++i) {
