@@ -10,15 +10,12 @@
 #include "OstelLog.h"
 #include "TOstelDBus.h"
 
+using namespace OstelBusMessages;
+
 namespace {
 
 constexpr int MONITOR_DISPATCH_TIMEOUT_MS = 500;
 constexpr int READ_ARGUMENTS = 3;
-
-void Fail(const char* text) {
-    ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", text);
-    throw std::runtime_error(text);
-}
 
 // Callbacks belong to the application; nothing they throw may reach the bus library's C code or
 // end the worker. Call it from a catch block.
@@ -128,7 +125,7 @@ void TOstelDBus::MonitorHandler(DBusMessage* message) {
     if (dbus_message_get_type(message) != DBUS_MESSAGE_TYPE_SIGNAL || member == nullptr) {
         return;
     }
-    constexpr std::string_view prefix = "com.Kaven.Ostel.";
+    const std::string_view prefix = BUS_NAME_PREFIX;
     std::string name;
     int ignored = -1;
     GetMessageValue(message, name, &ignored);
@@ -173,8 +170,7 @@ void TOstelDBus::GetMessageValue(DBusMessage* message, std::string& value, int* 
 }
 
 void TOstelDBus::Reply(DBusMessage* call, const std::string& reply, int result) {
-    OSTEL_LOG_AS(ZT_LOG_LEVEL_DEBUG, OstelBusMessages::MODULE, __func__, "'%s' - '%d'",
-                 reply.c_str(), result);
+    OSTEL_LOG_AS(ZT_LOG_LEVEL_DEBUG, MODULE, __func__, "'%s' - '%d'", reply.c_str(), result);
     const TBusMessage answer(dbus_message_new_method_return(call));
     DBusMessageIter arguments;
     dbus_message_iter_init_append(answer(), &arguments);

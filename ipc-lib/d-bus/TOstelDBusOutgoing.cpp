@@ -21,9 +21,8 @@ struct TPendingCallUnref {
 // What the bus library says of a call that has timed out.
 const char* const NO_REPLY =
     "Did not receive a reply. Possible causes include: the remote application did not send a "
-    "reply, "
-    "the message bus security policy blocked the reply, the reply timeout expired, or the network "
-    "connection was broken.";
+    "reply, the message bus security policy blocked the reply, the reply timeout expired, or the "
+    "network connection was broken.";
 
 void AppendOrFail(DBusMessage* message, const std::string& text) {
     DBusMessageIter arguments;
