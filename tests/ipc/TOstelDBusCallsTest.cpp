@@ -241,7 +241,7 @@ TEST_F(DBusCalls, WithNamesThatTheBusDoesNotAllowThrow) {
     }
     for (const std::string& server :
          {std::string("with blank"), std::string("1"), std::string("a/b"), std::string("\xFF"),
-          std::string(240, 'x')}) {
+          std::string("SERVER\0", 7), std::string(240, 'x')}) {
         TOstelIpc::TMethodSettings settings;
         settings.serverId = server;
         EXPECT_EQ(RuntimeErrorOf([&] { m_Ipc.CallMethod("M", "", m_Reply, settings); }),

@@ -253,6 +253,8 @@ TEST(TOstelDBus, GetMessageValueBearsNullPointers) {
     EXPECT_EQ(result, -1);
     value = "as it was";
     DBusMessage* const message = dbus_message_new_signal("/a", "a.b", "C");
+    const char* const text = "not looked at";
+    dbus_message_append_args(message, DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
     TOpenDBus::GetMessageValue(message, value, nullptr);
     EXPECT_EQ(value, "");
     dbus_message_unref(message);
@@ -321,6 +323,17 @@ TEST_F(DBusMonitor, RaisesNothingForOtherNamesAndSignals) {
     EXPECT_THAT(m_Events.Events(), testing::ElementsAre("APP_CONNECTED="));
 }
 
+TEST_F(DBusMonitor, LooksAtNothingButSignals) {
+    DBusMessage* const call = RawPeer::NewCall("WATCHER", "NameAcquired");
+    const char* const name = "com.Kaven.Ostel.OSTEL_MVA";
+    dbus_message_append_args(call, DBUS_TYPE_STRING, &name, DBUS_TYPE_INVALID);
+    RecordingLog::Clear();
+    m_Monitor->MonitorHandler(call);
+    dbus_message_unref(call);
+    EXPECT_THAT(m_Events.Events(), testing::IsEmpty());
+    EXPECT_THAT(RecordingLog::Lines(), testing::IsEmpty());
+}
+
 TEST_F(DBusMonitor, AsksTheBusWithItsTwoRules) {
     ChildProcess monitor({"dbus-monitor", "--system", "member='BecomeMonitor'"});
     ASSERT_TRUE(monitor.WaitForOutput("NameLost"));
@@ -344,6 +357,18 @@ TEST_F(DBusMonitor, RunsAgainAndMayBeRenamed) {
     EXPECT_TRUE(RecordingLog::Texts(2).empty());
 }
 
+// A monitor may not send, so its own name goes with its connection; the other one is given up as
+// ever, on the connection that may.
+TEST_F(DBusMonitor, GivesUpItsClientNameWhenRenamed) {
+    ChildProcess monitor({"dbus-monitor", "--system", "member='ReleaseName'"});
+    ASSERT_TRUE(monitor.WaitForOutput("NameLost"));
+    Start();
+    m_Monitor->Init("RENAMED");
+    EXPECT_TRUE(monitor.WaitForOutput("string \"com.Kaven.Ostel.WATCHER_CLIENT\""))
+        << monitor.Output();
+    EXPECT_THAT(monitor.Output(), testing::Not(HasSubstr("string \"com.Kaven.Ostel.WATCHER\"")));
+}
+
 TEST_F(DBusMonitor, StopsWithinItsShorterTimeout) {
     Start();
     const auto start = std::chrono::steady_clock::now();
@@ -363,8 +388,9 @@ TEST_F(DBusMonitor, IsNoneAfterItHasDisconnected) {
 }
 
 TEST_F(DBusMonitor, WithoutAConnectionSaysSo) {
-    m_Monitor->BecomeMonitor();
+    m_Monitor->Run();
     EXPECT_EQ(RecordingLog::Count(2, "Not connected!"), 1);
+    EXPECT_EQ(m_Monitor->Workers(), 1U);
 }
 
 TEST_F(DBusMonitor, WithoutABusThrows) {

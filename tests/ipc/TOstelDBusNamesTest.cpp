@@ -143,6 +143,29 @@ TEST_F(DBus, InitGetsOverAConnectionThatHadNoName) {
     unnamed.Disconnect();
 }
 
+TEST_F(DBus, WithoutAConnectionNamesAreLeftAlone) {
+    TOpenDBus bus;
+    bus.RegisterBusName();
+    bus.ReleaseBusName();
+    EXPECT_THAT(RecordingLog::Lines(), testing::IsEmpty());
+}
+
+// Kept: connecting always adds the process id, and only another name undoes it.
+TEST_F(DBus, ReconnectsUnderItsNameAndTheProcessId) {
+    RawPeer peer;
+    TOpenDBus bus;
+    bus.Init("OSTEL_KTA");
+    bus.Disconnect();
+    bus.SendEvent("E", "d");
+    ASSERT_TRUE(peer.WaitForMember("E"));
+    EXPECT_EQ(peer.Received().back().path, "/com/Kaven/Ostel/OSTEL_KTA" + std::to_string(getpid()));
+    bus.Init("OSTEL_KTA");
+    EXPECT_EQ(RecordingLog::Count(3, "The same ID (OSTEL_KTA), do nothing."), 1);
+    EXPECT_FALSE(HasOwner("com.Kaven.Ostel.OSTEL_KTA"));
+    bus.Init("OSTEL_MVA");
+    EXPECT_TRUE(HasOwner("com.Kaven.Ostel.OSTEL_MVA"));
+}
+
 TEST_F(DBus, UnnamedSenderHasItsProcessIdInThePath) {
     RawPeer peer;
     TOpenDBus bus;
