@@ -11,6 +11,8 @@
 #include <set>
 #include <thread>
 
+#include "FixedTime.h"
+
 using namespace OstelGenericUtils;
 
 namespace {
@@ -262,6 +264,14 @@ TEST(GetTimestamp, IsTheWallClockInWholeMilliseconds) {
     EXPECT_NEAR(stamp * 1000.0, std::round(stamp * 1000.0), 0.001);
 }
 
+TEST(GetTimestamp, CutsWhatIsLessThanAMillisecond) {
+    FixedTime::StopAt(1700000000, 1999999);
+    EXPECT_EQ(GetTimestamp(), 1700000000.001);
+    FixedTime::StopAt(1700000000, 999999999);
+    EXPECT_EQ(GetTimestamp(), 1700000000.999);
+    FixedTime::GoOn();
+}
+
 TEST(TimeToLocalTimeString, FormatsInTheLocalZone) {
     setenv("TZ", "UTC0", 1);
     tzset();
@@ -340,6 +350,11 @@ TEST(RunCmd, IsEmptyWhenItCannotMakeAPipe) {
 
 TEST(RunCmd, RunsNothingOfACommandWithANul) {
     EXPECT_EQ(RunCmd(std::string("echo a\0b", 8)), "");
+}
+
+TEST(RunCmd, ReturnsTheOutputOfACommandThatFailsToo) {
+    EXPECT_EQ(RunCmd("printf x; exit 3"), "x");
+    EXPECT_EQ(RunCmd("printf x; kill -9 $$"), "x");
 }
 
 TEST(RunCmd, IsEmptyForAnUnknownCommand) {

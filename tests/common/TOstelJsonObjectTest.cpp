@@ -248,6 +248,8 @@ TEST(TOstelJsonObject, ReadsOnlyTheTypesThatConvert) {
     EXPECT_EQ(object.GetPropertyValue("f", true), false);
     EXPECT_EQ(object.GetPropertyValue("z", true), true);
     EXPECT_EQ(object.GetPropertyValue("n", true), true);
+    EXPECT_EQ(object.GetPropertyValue("s", true), true);
+    EXPECT_EQ(object.GetPropertyValue("s", false), false);
     EXPECT_EQ(object.GetPropertyValue<std::string>("s", "d"), "3");
     EXPECT_EQ(object.GetPropertyValue<std::string>("i", "d"), "d");
     EXPECT_STREQ(object.GetPropertyValue<const char*>("s", "d"), "3");

@@ -17,5 +17,8 @@ TEST(tOstelTypes, KeepTheirRuntimeNamesAndTheSizeOfInt) {
     EXPECT_EQ(DemangleTypeName(typeid(tOstelClientId).name()), "tOstelClientId");
     EXPECT_EQ(DemangleTypeName(typeid(tOstelReturnCode).name()), "tOstelReturnCode");
     EXPECT_EQ(DemangleTypeName(typeid(tOstelPltEventType).name()), "tOstelPltEventType");
+    EXPECT_EQ(DemangleTypeName(typeid(tOstelAppEventType).name()), "tOstelAppEventType");
+    EXPECT_EQ(DemangleTypeName(typeid(tOstelAppClientDeviceState).name()),
+              "tOstelAppClientDeviceState");
     EXPECT_EQ(sizeof(tOstelReturnCode), sizeof(int));
 }
