@@ -81,7 +81,7 @@ TEST_F(Gateway, AnswersMalformedRequestsWithInvalidArgument) {
     EXPECT_EQ(Value("Device.DeviceInfo.SerialNumber"), "KV0123456789");
 }
 
-// The first text among the first arguments is the request, whatever else is there.
+// The text among the first arguments is the request, whatever else is there.
 TEST_F(Gateway, AnswersCallsOfAnyShape) {
     RawPeer peer;
     const char* const name = R"({"NAME":"Device.DeviceInfo.SerialNumber"})";
