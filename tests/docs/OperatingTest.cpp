@@ -81,4 +81,16 @@ TEST(Operating, ExplainsNoLineThatIsNotThere) {
     }
 }
 
+TEST(Operating, NamesParametersThatAreThere) {
+    std::ostringstream model;
+    model << std::ifstream(OSTEL_ROOT "/gateway/models/home-gateway.json").rdbuf();
+    TTexts names = Matches(Markdown("docs/operating.md").Text(), "`(Device\\.[^`]+)`");
+    EXPECT_FALSE(names.empty());
+    for (const std::string& name : names) {
+        const std::string points = std::regex_replace(name, std::regex(R"(\.)"), R"(\.)");
+        const std::regex path('"' + std::regex_replace(points, std::regex(R"(\*)"), R"([^."]+)"));
+        EXPECT_TRUE(std::regex_search(model.str(), path)) << name;
+    }
+}
+
 }  // namespace
