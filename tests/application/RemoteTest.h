@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <future>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -41,6 +42,22 @@ protected:
 
     bool Perform(const std::string& host) {
         return m_App.PerformRemoteRequest("{}", host, m_Reply, nullptr);
+    }
+
+    // A request has no time-out of its own.
+    void ExpectToWaitForASilentPeer() {
+        std::promise<void> end;
+        const TlsPeer peer({},
+                           [released = end.get_future().share()](TlsPeer::TConnection& connection) {
+                               connection.Receive();
+                               released.wait();
+                           });
+        auto request =
+            std::async(std::launch::async, [&] { return m_App.CommitRemote(peer.Host()); });
+        ASSERT_TRUE(peer.WaitForRequest());
+        EXPECT_EQ(request.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+        end.set_value();
+        EXPECT_EQ(request.get(), RC_FAILURE);
     }
 
     SSL_CTX* Context() const { return m_App.*MemberOf(TTlsContext()); }

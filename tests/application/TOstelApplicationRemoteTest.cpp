@@ -3,8 +3,6 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
-#include <future>
-
 #include "RemoteTest.h"
 
 namespace {
@@ -180,16 +178,7 @@ TEST_F(TOstelApplicationRemote, EachRequestHasItsOwnConnection) {
 }
 
 TEST_F(TOstelApplicationRemote, WaitsForAPeerThatSaysNothing) {
-    std::promise<void> end;
-    const TlsPeer peer({}, [released = end.get_future().share()](TlsPeer::TConnection& connection) {
-        connection.Receive();
-        released.wait();
-    });
-    auto request = std::async(std::launch::async, [&] { return m_App.CommitRemote(peer.Host()); });
-    ASSERT_TRUE(peer.WaitForRequest());
-    EXPECT_EQ(request.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
-    end.set_value();
-    EXPECT_EQ(request.get(), RC_FAILURE);
+    ExpectToWaitForASilentPeer();
 }
 
 }  // namespace

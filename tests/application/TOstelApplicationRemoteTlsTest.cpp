@@ -1,7 +1,6 @@
 // Certificates, and what becomes of requests with and without them.
 #include <dlfcn.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <fstream>
@@ -11,6 +10,7 @@
 #include "OstelApi.h"
 #include "PrivateMember.h"
 #include "RemoteTest.h"
+#include "StandardInput.h"
 
 struct TCertificateDirectory {
     friend std::string TOstelApplication::*MemberOf(TCertificateDirectory);
@@ -138,16 +138,7 @@ TEST_F(TOstelApplicationRemoteTls, SpeaksTlsToAPeerThatDoesNot) {
 
 TEST_F(TOstelApplicationRemoteTls, WaitsForAPeerThatSaysNothingToItsHandshake) {
     ASSERT_TRUE(Enable(m_Unit));
-    std::promise<void> end;
-    const TlsPeer peer({}, [released = end.get_future().share()](TlsPeer::TConnection& connection) {
-        connection.Receive();
-        released.wait();
-    });
-    auto request = std::async(std::launch::async, [&] { return m_App.CommitRemote(peer.Host()); });
-    ASSERT_TRUE(peer.WaitForRequest());
-    EXPECT_EQ(request.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
-    end.set_value();
-    EXPECT_EQ(request.get(), RC_FAILURE);
+    ExpectToWaitForASilentPeer();
 }
 
 // Units without certificates are set up that way: the plain text is wanted.
@@ -236,12 +227,7 @@ TEST_F(TOstelApplicationRemoteTls, AnIdentityThatCannotBeLoadedLeavesNoContext) 
 
 TEST_F(TOstelApplicationRemoteTls, NobodyIsAskedForAPassPhrase) {
     const std::string directory = m_Certificates.KeyWithPassPhrase("locked", "secret");
-    std::array<int, 2> terminal{};
-    ASSERT_EQ(pipe(terminal.data()), 0);
-    ASSERT_EQ(write(terminal[1], "secret\n", 7), 7);
-    close(terminal[1]);
-    dup2(terminal[0], STDIN_FILENO);
-    close(terminal[0]);
+    TypeOnStandardInput("secret\n");
     EXPECT_FALSE(Enable(directory));
     EXPECT_THAT(RecordingLog::Texts(2), ElementsAre("Unable to load Key"));
 }

@@ -5,9 +5,7 @@
 #include <fcntl.h>
 #include <sys/statvfs.h>
 
-#include <cstdlib>
-#include <new>
-
+#include "Allocations.h"
 #include "FileUtilsTest.h"
 #include "OstelFileUtils.h"
 
@@ -15,28 +13,11 @@ using namespace OstelFileUtils;
 
 namespace {
 
-std::size_t s_LargestAllocation = SIZE_MAX;
 bool s_IsChmodRefused = false;
 bool s_DoesCloseFail = false;
 int s_OpendirCallsLeft = -1;  // -1: without end
 
 }  // namespace
-
-void* operator new(std::size_t size) {
-    void* const memory = size <= s_LargestAllocation ? std::malloc(size) : nullptr;
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 extern "C" OSTEL_API int chmod(const char* path, mode_t mode) {
     if (s_IsChmodRefused) {
@@ -82,7 +63,7 @@ namespace {
 class FileUtilsFailure : public FileUtilsTest {
 protected:
     ~FileUtilsFailure() override {
-        s_LargestAllocation = SIZE_MAX;
+        Allocations::GoOn();
         s_IsChmodRefused = false;
         s_DoesCloseFail = false;
         s_OpendirCallsLeft = -1;
@@ -94,7 +75,7 @@ TEST_F(FileUtilsFailure, ExhaustedMemoryEndsARead) {
     const auto descriptor = open("/dev/null", O_RDONLY);
     close(descriptor);
     std::string text;
-    s_LargestAllocation = 100000;
+    Allocations::FailAbove(100000);
     EXPECT_FAILS(ReadFile(file, text), ENOMEM);
     // The lowest number that is free is the same as before: the file is closed.
     EXPECT_EQ(open("/dev/null", O_RDONLY), descriptor);
@@ -104,7 +85,7 @@ TEST_F(FileUtilsFailure, ExhaustedMemoryEndsARead) {
 TEST_F(FileUtilsFailure, AReadAsksForTheFilesSizeAtOnce) {
     const std::string file = Put("file", std::string(100000, 'x'));
     std::string text;
-    s_LargestAllocation = 110000;  // less than a text that doubles with each chunk would need
+    Allocations::FailAbove(110000);  // less than a text that doubles with each chunk would need
     EXPECT_TRUE(ReadFile(file, text));
     EXPECT_EQ(text.size(), 100000U);
 }
@@ -116,7 +97,7 @@ TEST_F(FileUtilsFailure, MemoryExhaustedWhileReadingKeepsWhatWasRead) {
     const int end = open(fifo.c_str(), O_RDWR);
     ASSERT_EQ(write(end, std::string(60000, 'x').data(), 60000), 60000);
     std::string text;
-    s_LargestAllocation = 40000;
+    Allocations::FailAbove(40000);
     EXPECT_FAILS(ReadFile(fifo, text), ENOMEM);
     close(end);
     EXPECT_EQ(text, std::string(text.size(), 'x'));

@@ -4,12 +4,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
-#include <unistd.h>
 
-#include <array>
 #include <filesystem>
 
 #include "CertificateMaker.h"
+#include "StandardInput.h"
 
 namespace {
 
@@ -46,12 +45,7 @@ TEST(TTlsContext, SaysWhichFileIsWrong) {
 TEST(TTlsContext, AsksNobodyForAPassPhrase) {
     CertificateMaker certificates;
     const std::string directory = certificates.KeyWithPassPhrase("locked", "secret");
-    std::array<int, 2> terminal{};
-    ASSERT_EQ(pipe(terminal.data()), 0);
-    ASSERT_EQ(write(terminal[1], "secret\n", 7), 7);
-    close(terminal[1]);
-    dup2(terminal[0], STDIN_FILENO);
-    close(terminal[0]);
+    TypeOnStandardInput("secret\n");
     EXPECT_THROW(TTlsContext{directory}, std::runtime_error);
 }
 

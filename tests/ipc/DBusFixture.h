@@ -8,25 +8,15 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "PrivateBus.h"
 #include "RawPeer.h"
 #include "RecordingLog.h"
+#include "RuntimeErrorOf.h"
 #include "TOstelDBus.h"
 #include "WaitUntil.h"
-
-template <typename Call>
-std::string RuntimeErrorOf(Call call) {
-    try {
-        call();
-    } catch (const std::runtime_error& error) {
-        return error.what();
-    }
-    return "nothing was thrown";
-}
 
 // The transport with what it keeps to itself in reach.
 class TOpenDBus : public TOstelDBus {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "RecordingLog.h"
+#include "RuntimeErrorOf.h"
 #include "TOstelDBus.h"
 
 namespace {
@@ -11,16 +12,6 @@ using TBusMessage = TOstelDBus::TBusMessage;
 
 DBusMessage* NewSignal() {
     return dbus_message_new_signal("/a", "a.b", "C");
-}
-
-template <typename Call>
-std::string RuntimeErrorOf(Call call) {
-    try {
-        call();
-    } catch (const std::runtime_error& error) {
-        return error.what();
-    }
-    return "nothing was thrown";
 }
 
 TEST(TBusMessage, RefusesANullPointer) {

@@ -10,6 +10,7 @@ constexpr std::size_t UNLIMITED = std::numeric_limits<std::size_t>::max();
 
 thread_local std::size_t allocated = 0;
 thread_local std::size_t remaining = UNLIMITED;
+thread_local std::size_t largest = UNLIMITED;
 
 }  // namespace
 
@@ -22,7 +23,7 @@ void* operator new(std::size_t size) {
         --remaining;
     }
     ++allocated;
-    void* const memory = std::malloc(size == 0 ? 1 : size);
+    void* const memory = size <= largest ? std::malloc(size == 0 ? 1 : size) : nullptr;
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
@@ -45,6 +46,11 @@ void Allocations::FailOneAfter(std::size_t count) {
     remaining = count;
 }
 
+void Allocations::FailAbove(std::size_t size) {
+    largest = size;
+}
+
 void Allocations::GoOn() {
     remaining = UNLIMITED;
+    largest = UNLIMITED;
 }

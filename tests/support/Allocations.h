@@ -12,7 +12,10 @@ std::size_t Count();
 // Has one allocation of the calling thread fail with std::bad_alloc: that after the next `count`.
 void FailOneAfter(std::size_t count);
 
-// Takes back a failure that has not come yet.
+// Has each allocation of the calling thread fail that is larger.
+void FailAbove(std::size_t size);
+
+// Takes back failures that have not come yet.
 void GoOn();
 
 }  // namespace Allocations
