@@ -15,7 +15,13 @@ constexpr std::chrono::milliseconds PATIENCE{500};
 constexpr std::chrono::milliseconds INTERVAL{100};
 constexpr const char* WIPE = "\r\x1b[K";
 
+bool s_IsAskedFor = false;
+
 }  // namespace
+
+void TProgress::AskFor() {
+    s_IsAskedFor = true;
+}
 
 TProgress::TProgress(std::string what, std::size_t total)
     : m_What(std::move(what)), m_Total(total) {
@@ -38,6 +44,8 @@ TProgress::~TProgress() {
         }
         m_Changed.notify_one();
         m_Thread.join();
+    } else if (s_IsAskedFor) {
+        LeaveLast(0);
     }
 }
 
@@ -56,7 +64,7 @@ std::string TProgress::Bar(const std::string& what, std::size_t done, std::size_
 void TProgress::Draw() {
     std::unique_lock<std::mutex> lock(m_Mutex);
     const auto isOver = [this] { return m_IsOver; };
-    if (m_Changed.wait_for(lock, PATIENCE, isOver)) {
+    if (!s_IsAskedFor && m_Changed.wait_for(lock, PATIENCE, isOver)) {
         return;
     }
     std::size_t drawn = 0;
@@ -64,4 +72,12 @@ void TProgress::Draw() {
         std::cerr << WIPE << Bar(m_What, m_Done, m_Total, drawn++) << std::flush;
     } while (!m_Changed.wait_for(lock, INTERVAL, isOver));
     std::cerr << WIPE << std::flush;
+    if (s_IsAskedFor) {
+        LeaveLast(drawn);
+    }
+}
+
+void TProgress::LeaveLast(std::size_t drawn) const {
+    const std::size_t total = m_IsDone ? 1 : m_Total;
+    std::cerr << Bar(m_What, m_IsDone ? total : m_Done.load(), total, drawn) << std::endl;
 }

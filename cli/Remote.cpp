@@ -165,6 +165,9 @@ int File(const TUnit& unit, const std::string& name, const std::string& file) {
     const tOstelReturnCode code = Bounded(
         unit, [&] { return Application().GetFileRemote(unit.host, name, bytes); },
         [&] { progress.reset(); });
+    if (code == RC_SUCCESS) {
+        progress->Finish();
+    }
     progress.reset();
     if (code != RC_SUCCESS) {
         return Output::Fail(unit.host + ": " + name, code);

@@ -31,8 +31,12 @@ struct TSnapshot {
 };
 
 tOstelReturnCode Read(const std::string& path, TParams& params) {
-    const TProgress progress("reading " + path);
-    return Application().GetParam(path, params);
+    TProgress progress("reading " + path);
+    const tOstelReturnCode code = Application().GetParam(path, params);
+    if (code == RC_SUCCESS) {
+        progress.Finish();
+    }
+    return code;
 }
 
 bool IsPairs(const TOstelJsonObject& document) {

@@ -14,6 +14,7 @@
 #include "LongValue.h"
 #include "Objects.h"
 #include "Output.h"
+#include "Progress.h"
 #include "Remote.h"
 #include "Snapshot.h"
 #include "TOstelApplication.h"
@@ -49,6 +50,10 @@ public:
         m_App.require_subcommand(1);
         m_App.set_version_flag("--version", TOstelApplication::GetInstance()->GetVersion());
         m_App.add_flag("--json", m_Json, "Print JSON, one document a line")->configurable(false);
+        m_App
+            .add_flag_callback("--progress", TProgress::AskFor,
+                               "Show how far it is from the start, and not only on a terminal")
+            ->configurable(false);
         m_App.fallthrough();
         m_App.footer(
             "Exit status: 0, the result's code (RC_INVALID_PARAM_NAME is 4), 255 for RC_FAILURE,\n"

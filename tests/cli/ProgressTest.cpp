@@ -63,6 +63,31 @@ TEST_F(ProgressOfTheTool, IsNotWrittenIntoFiles) {
     EXPECT_EQ(save.Errors(), "");
 }
 
+TEST_F(ProgressOfTheTool, StaysToBeSeenWhenItIsAskedFor) {
+    m_Dispatcher.Answer("GET_PARAM", R"({"PARAMS":[]})");
+    ChildProcess save({OSTELCLI, "--progress", "save", "Device."});
+    EXPECT_EQ(save.Wait(), 0);
+    EXPECT_EQ(save.Errors(), TProgress::Bar("reading Device.", 1, 1, 0) + "\n");
+}
+
+TEST_F(ProgressOfTheTool, IsNotFullWhenItIsAskedForAndFails) {
+    m_Dispatcher.Answer("GET_PARAM", "{}", 4);
+    ChildProcess save({OSTELCLI, "save", "--progress", "Device."});
+    EXPECT_EQ(save.Wait(), 4);
+    EXPECT_THAT(save.Errors(), testing::StartsWith(TProgress::Bar("reading Device.", 0, 0, 0)));
+}
+
+TEST_F(ProgressOfTheTool, IsDrawnAtOnceOnATerminalThatAsksForIt) {
+    m_Dispatcher.Answer("GET_PARAM", R"({"PARAMS":[]})");
+    ChildProcess terminal({"script", "-qec",
+                           std::string(OSTELCLI) + " --progress save Device. > /dev/null",
+                           "/dev/null"});
+    EXPECT_EQ(terminal.Wait(), 0);
+    EXPECT_THAT(terminal.Output(), testing::HasSubstr(TProgress::Bar("reading Device.", 0, 0, 0)));
+    EXPECT_THAT(terminal.Output(),
+                testing::EndsWith(TProgress::Bar("reading Device.", 1, 1, 0) + "\r\n"));
+}
+
 // A unit that answers when it is told to.
 class ProgressOfAFile : public testing::Test {
 protected:
