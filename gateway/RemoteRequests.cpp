@@ -143,14 +143,17 @@ tOstelReturnCode TRemoteRequests::Subscribe(TContext& context) {
     if (code != RC_SUCCESS) {
         return code;
     }
-    if (!Fits(WithStatus(ignored, code)) ||
-        !m_Subscriptions.Add(context.peerAddress, *serialNumber, *names)) {
+    if (!Fits(WithStatus(ignored, code))) {
+        return RC_BUFFER_OVERFLOW;
+    }
+    const auto added = m_Subscriptions.Add(context.peerAddress, *serialNumber, *names);
+    if (!added) {
         return RC_BUFFER_OVERFLOW;
     }
     // Read again, now that no change can be missed. What is there may have changed in between.
     const tOstelReturnCode result = Dispatch("GET_PARAM_ARRAY", context.text, context.reply);
     if (result != RC_SUCCESS || !Fits(WithStatus(context.reply, result))) {
-        m_Subscriptions.Remove(context.peerAddress, *serialNumber, *names);
+        m_Subscriptions.Remove(context.peerAddress, *serialNumber, *added);
     }
     return result;
 }

@@ -16,7 +16,8 @@ std::size_t TSubscribedNames::Count(const TByName& names) {
         [](std::size_t sum, const auto& name) { return sum + name.second.size(); });
 }
 
-bool TSubscribedNames::Add(const std::string& serialNumber, const std::vector<std::string>& names) {
+std::optional<std::vector<std::string>> TSubscribedNames::Add(
+    const std::string& serialNumber, const std::vector<std::string>& names) {
     std::set<std::string> added;
     for (const std::string& name : names) {
         const TByName& known = MapOf(name);
@@ -30,12 +31,12 @@ bool TSubscribedNames::Add(const std::string& serialNumber, const std::vector<st
                       [this](const std::string& name) { return &MapOf(name) == &m_Patterns; }));
     if (Count(m_Patterns) + patterns > MOST_PATTERNS ||
         Count(m_Names) + added.size() - patterns > MOST_NAMES) {
-        return false;
+        return std::nullopt;
     }
     for (const std::string& name : added) {
         MapOf(name)[name].insert(serialNumber);
     }
-    return true;
+    return std::vector<std::string>(added.begin(), added.end());
 }
 
 void TSubscribedNames::Remove(const std::string& serialNumber,

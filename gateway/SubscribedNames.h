@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -16,8 +17,10 @@ public:
     static constexpr std::size_t MOST_NAMES = 4096;
     static constexpr std::size_t MOST_PATTERNS = 64;
 
-    // False when there are too many; then nothing is added.
-    bool Add(const std::string& serialNumber, const std::vector<std::string>& names);
+    // What was added, which is what the subscriber did not have yet; nothing at all when there are
+    // too many.
+    std::optional<std::vector<std::string>> Add(const std::string& serialNumber,
+                                                const std::vector<std::string>& names);
     void Remove(const std::string& serialNumber, const std::vector<std::string>& names);
     bool Empty() const { return m_Names.empty() && m_Patterns.empty(); }
 

@@ -16,8 +16,9 @@ TSubscriptions::TSubscriptions(std::string serialNumber, TDelivery::TSend send,
                                TDelivery::TPatience patience)
     : m_SerialNumber(std::move(serialNumber)), m_Send(std::move(send)), m_Patience(patience) {}
 
-bool TSubscriptions::Add(const std::string& address, const std::string& serialNumber,
-                         const std::vector<std::string>& names) {
+std::optional<std::vector<std::string>> TSubscriptions::Add(const std::string& address,
+                                                            const std::string& serialNumber,
+                                                            const std::vector<std::string>& names) {
     // Ended outside of the lock, since its thread may have to come back first.
     std::unique_ptr<TDelivery> ended;
     const std::lock_guard<std::mutex> lock(m_Mutex);
@@ -27,17 +28,15 @@ bool TSubscriptions::Add(const std::string& address, const std::string& serialNu
         return known->second.names.Add(serialNumber, names);
     }
     TPeer peer;
-    if (names.empty()) {
-        return true;
-    }
-    if (!peer.names.Add(serialNumber, names)) {
-        return false;
+    auto added = peer.names.Add(serialNumber, names);
+    if (!added || added->empty()) {
+        return added;
     }
     peer.delivery = std::make_unique<TDelivery>(address, m_Send, m_Patience);
     if (m_Peers.size() >= MOST_PEERS) {
         const auto lost = LostForLongest();
         if (lost == m_Peers.end()) {
-            return false;
+            return std::nullopt;
         }
         ztLogging_log(ZT_LOG_LEVEL_WARNING, "%s is gone, its subscriptions make room for %s",
                       lost->first.c_str(), address.c_str());
@@ -45,7 +44,7 @@ bool TSubscriptions::Add(const std::string& address, const std::string& serialNu
         m_Peers.erase(lost);
     }
     m_Peers.emplace(address, std::move(peer));
-    return true;
+    return added;
 }
 
 TSubscriptions::TPeers::iterator TSubscriptions::LostForLongest() {

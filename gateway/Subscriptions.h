@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,11 +19,12 @@ public:
     TSubscriptions(std::string serialNumber, TDelivery::TSend send,
                    TDelivery::TPatience patience = TDelivery::TPatience());
 
-    // Subscribers are told from each other by their addresses and serial numbers. False when there
-    // are too many peers, or too many names at one of them; then nothing is added, as when it
-    // throws std::system_error for want of a thread.
-    bool Add(const std::string& address, const std::string& serialNumber,
-             const std::vector<std::string>& names);
+    // Subscribers are told from each other by their addresses and serial numbers. What was added,
+    // which is what the subscriber did not have yet; nothing at all when there are too many peers,
+    // or too many names at one of them, or when it throws std::system_error for want of a thread.
+    std::optional<std::vector<std::string>> Add(const std::string& address,
+                                                const std::string& serialNumber,
+                                                const std::vector<std::string>& names);
     void Remove(const std::string& address, const std::string& serialNumber,
                 const std::vector<std::string>& names);
 

@@ -124,6 +124,16 @@ TEST_F(RemoteRequests, SubscribeNobodyWhoIsToldOfAFailureAtLast) {
     }
 }
 
+// That one succeeded: the other unit counts on it whatever becomes of this one.
+TEST_F(RemoteRequests, LeaveAnEarlierSubscriptionWhenARepetitionFails) {
+    EXPECT_THAT(Ask(Subscribe("S1")), HasSubstr("OK"));
+    m_Dispatcher.Begin([](std::string&) { return RC_INVALID_PARAM_NAME; });
+    EXPECT_EQ(Ask(Subscribe("S1")), R"({"STATUS":"RC_INVALID_PARAM_NAME"})");
+    m_Subscriptions.OnChange("Device.A", "2");
+    ASSERT_TRUE(m_Peer.WaitForTexts(1));
+    EXPECT_THAT(m_Peer.Texts(), Each(HasSubstr("Device.A")));
+}
+
 TEST_F(RemoteRequests, TakeSerialNumbersThatCanBeSome) {
     EXPECT_EQ(Ask(Subscribe(std::string(257, 'S'))), R"({"STATUS":"RC_INVALID_ARGUMENT"})");
     EXPECT_EQ(Ask(Subscribe(std::string(256, 'S'))),

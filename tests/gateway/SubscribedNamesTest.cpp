@@ -1,8 +1,13 @@
 #include "SubscribedNames.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Optional;
 
 std::vector<std::string> Names(std::size_t count, const std::string& end = "") {
     std::vector<std::string> names;
@@ -41,6 +46,14 @@ TEST(TSubscribedNames, StayForAsLongAsASubscriberHasThem) {
     names.Remove("S2", {"A"});
     EXPECT_FALSE(names.Cover("A"));
     EXPECT_TRUE(names.Empty());
+}
+
+TEST(TSubscribedNames, TellWhatTheSubscriberDidNotHaveYet) {
+    TSubscribedNames names;
+    EXPECT_THAT(names.Add("S1", {"B", "A", "B"}), Optional(ElementsAre("A", "B")));
+    EXPECT_THAT(names.Add("S1", {"A", "*"}), Optional(ElementsAre("*")));
+    EXPECT_THAT(names.Add("S1", {"A"}), Optional(IsEmpty()));
+    EXPECT_THAT(names.Add("S2", {"A"}), Optional(ElementsAre("A")));
 }
 
 TEST(TSubscribedNames, HaveALimitOverAllSubscribers) {
