@@ -63,14 +63,21 @@ public:
 
     void OnDataModelChangeRemote(const std::string& name, const std::string& value,
                                  const std::string& serialNumber) override {
+        m_Begun.wait();
         m_Notices.Notice("REMOTE",
                          {{"SERIAL_NUMBER", serialNumber}, {"NAME", name}, {"VALUE", value}});
     }
+
+    // The values have been shown: a change that comes sooner waits, or an old one would be shown
+    // last.
+    void Begin() { m_Begin.set_value(); }
 
     int Wait() { return m_Notices.Wait(); }
 
 private:
     TNotices m_Notices;
+    std::promise<void> m_Begin;
+    const std::shared_future<void> m_Begun = m_Begin.get_future();
 };
 
 // Observers are told of the very names that they gave, so these have to be those of parameters.
@@ -206,6 +213,7 @@ int Watch(const TUnit& unit, const std::vector<std::string>& names,
         return Output::Fail(unit.host, code);
     }
     Output::Print(params, json);
+    watcher.Begin();
     const int status = watcher.Wait();
     code = Bounded(unit, [&] {
         return Application().RemoveDataModelChangeObserverRemote(unit.host, watched, &watcher);

@@ -241,6 +241,31 @@ TEST_F(RemoteOfTheTool, WatchesTheVeryParametersThatANameStandsFor) {
                                      R"({"REQUEST_TYPE":"UNSUBSCRIBE",)" + subscription));
 }
 
+// What is told last is what holds.
+TEST_F(RemoteOfTheTool, ShowsTheValuesBeforeAChangeThatComesAtOnce) {
+    std::string answer;
+    std::string values;
+    for (int i = 10; i < 90; ++i) {
+        const std::string name = "A.P" + std::to_string(i);
+        answer += (answer.empty() ? "" : ",") + (R"({"NAME":")" + name + R"(","VALUE":"1"})");
+        values += name + "  1\n";
+    }
+    answer = TlsPeer::Framed(R"({"PARAMS":[)" + answer + R"(],"STATUS":"OK"})");
+    const RawPeer witness;
+    const TlsPeer unit({m_Certificates.Unit("watched")}, [&](TlsPeer::TConnection& connection) {
+        if (connection.Receive().find(R"("SUBSCRIBE")") != std::string::npos) {
+            Remote({"event", "REMOTE_DATA_MODEL_CHANGED",
+                    R"({"SERIAL_NUMBER":"S","NAME":"A.P89","VALUE":"2"})"});
+            witness.WaitForMember("REMOTE_DATA_MODEL_CHANGED");
+        }
+        connection.Send(answer);
+    });
+    ChildProcess watch(
+        {OSTELCLI, "remote", "--certs", m_Unit, unit.Host(), "watch", "A.", "--count", "1"});
+    EXPECT_EQ(watch.Wait(), 0);
+    EXPECT_EQ(watch.Output(), values + "REMOTE  S  A.P89  2\n");
+}
+
 TEST_F(RemoteOfTheTool, StopsWatchingWhenItsBusHasGone) {
     const TlsPeer unit({m_Certificates.Unit("watched")},
                        TlsPeer::Framed(R"({"PARAMS":[{"NAME":"A.X","VALUE":"1"}],"STATUS":"OK"})"));
