@@ -152,9 +152,10 @@ class TOstelApplicationRemoteBadInput : public RemoteTest {};
 
 TEST_F(TOstelApplicationRemoteBadInput, AFileThatIsRefusedIsLoggedWithTheWholeReply) {
     const std::string reply = R"({"STATUS":"NOT_FOUND","X":1})";
-    const TlsPeer peer({}, TlsPeer::Framed(reply));
-    std::vector<char> data;
+    const TlsPeer peer({}, TlsPeer::Framed(reply, "why"));
+    std::vector<char> data(99, 'x');
     EXPECT_EQ(m_App.GetFileRemote(peer.Host(), "f", data), RC_FAILURE);
+    EXPECT_THAT(data, ElementsAre('w', 'h', 'y')) << "the caller has what came all the same";
     EXPECT_THAT(ErrorsButPlainText(),
                 ElementsAre("Remote Ostel has failed with 'NOT_FOUND'. \n\n " + reply + "\n"));
 }

@@ -248,6 +248,19 @@ TEST_F(TOstelApplicationRemoteWithoutRoot, KeepsAContextThatTrustsAnybody) {
     EXPECT_THAT(RecordingLog::Texts(2), ElementsAre("Client: SSL Failed to load certs. Error 0"));
 }
 
+TEST_F(TOstelApplicationRemoteWithoutRoot, ARootThatCannotBeReadIsNone) {
+    const std::string root = m_Unit + "ostelRoot.cert.pem";
+    std::ofstream(root) << "-----BEGIN CERTIFICATE-----\nAAAA\n";
+    EXPECT_FALSE(Enable(m_Unit));
+    EXPECT_NE(Context(), nullptr);
+    std::filesystem::remove(root);
+    std::filesystem::create_directory(root);
+    EXPECT_FALSE(Enable(m_Unit));
+    EXPECT_NE(Context(), nullptr);
+    const char* const line = "Client: SSL Failed to load certs. Error 0";
+    EXPECT_THAT(RecordingLog::Texts(2), ElementsAre(line, line));
+}
+
 TEST_F(TOstelApplicationRemoteWithoutRoot, RequestsAreEncryptedAndGoToAnybody) {
     const TlsPeer peer({m_Certificates.SelfSigned("anybody")}, TlsPeer::Framed(OK_REPLY));
     EXPECT_EQ(m_App.CommitRemote(peer.Host()), RC_SUCCESS);

@@ -95,7 +95,8 @@ TEST_F(GatewayRemote, AnswersFailuresWithTheirNames) {
           R"({"REQUEST_TYPE":"GET_FILE"})", R"({"REQUEST_TYPE":"SEND_EVENT","EVENT_NAME":"E"})",
           R"({"REQUEST_TYPE":"SUBSCRIBE"})", R"({"REQUEST_TYPE":"UNSUBSCRIBE"})",
           R"({"REQUEST_TYPE":"SUBSCRIBE","EVENT_NAME":"OTHER","PARAMS":[],"SERIAL_NUMBER":"S"})",
-          R"({"REQUEST_TYPE":"GET_PARAM","NAME":null})", R"({"a":[}]})"}) {
+          R"({"REQUEST_TYPE":"GET_PARAM","NAME":null})", R"({"a":[}]})",
+          "{\"REQUEST_TYPE\":\"COMMIT\",\"X\":\"\xff\"}"}) {
         EXPECT_EQ(Ask(request), R"({"STATUS":"RC_INVALID_ARGUMENT"})") << request;
     }
     // The last of repeated keys holds, unknown ones do not matter.

@@ -134,6 +134,13 @@ TEST_F(RemoteRequests, LeaveAnEarlierSubscriptionWhenARepetitionFails) {
     EXPECT_THAT(m_Peer.Texts(), Each(HasSubstr("Device.A")));
 }
 
+// The platform's own code for it is that of something else.
+TEST_F(RemoteRequests, NameACommitThatFailsAFailure) {
+    m_Dispatcher.Begin([](std::string&) { return 1; });
+    EXPECT_EQ(Ask(R"({"REQUEST_TYPE":"COMMIT"})"), R"({"STATUS":"OK"})");
+    EXPECT_EQ(Ask(R"({"REQUEST_TYPE":"COMMIT"})"), R"({"STATUS":"RC_FAILURE"})");
+}
+
 TEST_F(RemoteRequests, TakeSerialNumbersThatCanBeSome) {
     EXPECT_EQ(Ask(Subscribe(std::string(257, 'S'))), R"({"STATUS":"RC_INVALID_ARGUMENT"})");
     EXPECT_EQ(Ask(Subscribe(std::string(256, 'S'))),

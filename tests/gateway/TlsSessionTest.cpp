@@ -6,6 +6,7 @@
 #include <openssl/ssl.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "CertificateMaker.h"
 #include "StandardInput.h"
@@ -38,7 +39,13 @@ TEST(TTlsContext, SaysWhichFileIsWrong) {
     EXPECT_THAT(error(certificates.WrongKey("wrong")), HasSubstr("ostel.key.pem: "));
     const std::string unit = certificates.Unit("unit");
     EXPECT_EQ(error(unit), "");
-    std::filesystem::remove(unit + "ostelRoot.cert.pem");
+    const std::string root = unit + "ostelRoot.cert.pem";
+    std::filesystem::remove(root);
+    EXPECT_THAT(error(unit), HasSubstr("ostelRoot.cert.pem: "));
+    std::ofstream(root) << "-----BEGIN CERTIFICATE-----\nAAAA\n";
+    EXPECT_THAT(error(unit), HasSubstr("ostelRoot.cert.pem: "));
+    std::filesystem::remove(root);
+    std::filesystem::create_directory(root);
     EXPECT_THAT(error(unit), HasSubstr("ostelRoot.cert.pem: "));
 }
 
