@@ -44,10 +44,16 @@ int main() {
     pthread_sigmask(SIG_BLOCK, &stop, nullptr);
 
     TOstelApplication& application = *TOstelApplication::GetInstance();
+    application.Initialize(OSTEL_DATA_PROBER);
+    if (!application.IsInitialized()) {
+        std::fprintf(stderr, "no bus\n");
+        return 1;
+    }
+
+    // First the observers, then the question: so no change falls between the two.
     THostWatcher watcher;
     application.AddDataModelChangeObserver(&watcher);
     application.AddCpeClientStateObserver(&watcher);
-    application.Initialize(OSTEL_DATA_PROBER);
 
     std::vector<std::vector<std::pair<std::string, std::string>>> results;
     if (application.GetParamArray({HOSTS + "Host.*.HostName"}, results) != RC_SUCCESS) {

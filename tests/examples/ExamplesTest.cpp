@@ -64,7 +64,7 @@ TEST_F(Examples, FlatClient) {
 }
 
 TEST(ExamplesAlone, TellThatThereIsNoBus) {
-    for (const char* name : {"read_and_set", "flat_client"}) {
+    for (const char* name : {"read_and_set", "watch_hosts", "flat_client"}) {
         const TFinished run = RunProgram({PROGRAMS + "/" + name});
         EXPECT_EQ(run.status, 1) << name;
         EXPECT_THAT(run.errors, HasSubstr("no bus")) << name;
