@@ -73,7 +73,7 @@ void ostelAppLibReleaseObjectIdsRequest(tOstelAppLibObjectIdsRequest* request) {
 }
 
 void ostelAppLibReleaseIndexMapRequest(tOstelAppLibIndexMapRequest* request) {
-    if (request == nullptr) {
+    if (request == nullptr || request->maps == nullptr) {
         return;
     }
     for (std::uint32_t i = 0; i < request->count; ++i) {

@@ -70,6 +70,20 @@ TEST_F(OstelAppLibRecords, NoStaleMemoryStandsBehindATextInAnArray) {
     ostelAppLibReleaseParamRequest(&request);
 }
 
+// What a caller's slip with the count leaves behind.
+TEST_F(OstelAppLibRecords, ARecordWithoutAnArrayIsReleasedWhateverItsCount) {
+    tOstelAppLibIndexMapRequest maps = {nullptr, 3};
+    ostelAppLibReleaseIndexMapRequest(&maps);
+    EXPECT_EQ(maps.count, 3U);
+    tOstelAppLibParamArray array = {nullptr, 3};
+    ostelAppLibReleaseParamArray(&array);
+    EXPECT_EQ(array.count, 0U);
+    tOstelAppLibObjectIdsRequest ids = {};
+    ids.count = 3;
+    ostelAppLibReleaseObjectIdsRequest(&ids);
+    EXPECT_EQ(ids.count, 0U);
+}
+
 TEST_F(OstelAppLibRecords, NullRecordsAreInvalidArguments) {
     std::uint32_t instance = 0;
     tOstelAppLibParamArray array = {};
