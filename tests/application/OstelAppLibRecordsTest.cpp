@@ -15,6 +15,7 @@ static_assert(offsetof(tOstelAppLibParamRequest, isArray) == 520, "behind the ar
 static_assert(offsetof(tOstelAppLibParamRequest, remote) == 524, "aligned to 4");
 static_assert(sizeof(tOstelAppLibParamRequest) == 780, "up to the remote unit");
 static_assert(offsetof(tOstelAppLibLongParamRequest, remote) == 264, "behind value and size");
+static_assert(sizeof(tOstelAppLibLongParamRequest) == 520, "up to the remote unit");
 static_assert(sizeof(tOstelAppLibObjectRequest) == 264, "name and array");
 static_assert(sizeof(tOstelAppLibObjectIdsRequest) == 264, "name, ids and count");
 static_assert(sizeof(tOstelAppLibIndexMap) == 264, "name, pairs and count");
@@ -25,6 +26,8 @@ static_assert(offsetof(tOstelAppLibParamRequest, remote) == 532, "aligned to 4")
 static_assert(offsetof(tOstelAppLibLongParamRequest, remote) == 268, "behind value and size");
 #endif
 static_assert(sizeof(tOstelAppLibIndexPair) == 8, "two 32-bit numbers");
+static_assert(sizeof(tOstelAppLibParamRequest::remote) == 256, "a text like the others");
+static_assert(sizeof(tOstelAppLibLongParamRequest::remote) == 256, "a text like the others");
 
 class OstelAppLibRecords : public OstelAppLib {};
 
@@ -42,15 +45,63 @@ TEST_F(OstelAppLibRecords, TextsAreCutAt255Characters) {
         EXPECT_EQ(request.array.params[0].name, cut);
         EXPECT_EQ(request.array.params[0].value, cut);
         ostelAppLibReleaseParamRequest(&request);
+        m_Dispatcher.Answer("GET_INDEX_MAP", R"({"DATA_MODELS":[{"NAME":")" + text + "\"}]}");
+        tOstelAppLibIndexMapRequest maps = {};
+        EXPECT_EQ(ostelAppLibGetIndexMapping(&maps), RC_SUCCESS);
+        EXPECT_EQ(maps.maps[0].name, cut);
+        ostelAppLibReleaseIndexMapRequest(&maps);
     }
 }
 
+// Each request with the texts "n", "v" and "o" of full fields, none of which ends in a NUL.
+std::string Full(std::string document) {
+    for (const char c : {'n', 'v', 'o'}) {
+        const std::size_t place = document.find(std::string{'"', c, '"'});
+        if (place != std::string::npos) {
+            document.replace(place + 1, 1, 256, c);
+        }
+    }
+    return document;
+}
+
 TEST_F(OstelAppLibRecords, AFieldMayBeFullToItsLastByte) {
-    m_Dispatcher.Answer("GET_PARAM", "{}");
-    auto request = Named<tOstelAppLibParamRequest>(std::string(300, 'x'));
-    EXPECT_EQ(ostelAppLibGetParam(&request), RC_SUCCESS);
-    EXPECT_EQ(m_Dispatcher.LastText("GET_PARAM"), R"({"NAME":")" + std::string(256, 'x') + R"("})");
-    ostelAppLibReleaseParamRequest(&request);
+    tOstelAppLibParam param = {};
+    std::memset(param.name, 'n', sizeof param.name);
+    std::memset(param.value, 'v', sizeof param.value);
+    tOstelAppLibParamArray array = {&param, 1};
+    auto object = Named<tOstelAppLibObjectRequest>(std::string(256, 'o'));
+    object.params = array;
+    auto request = Named<tOstelAppLibParamRequest>(std::string(256, 'n'));
+    std::memset(request.value, 'x', sizeof request.value);
+    auto ids = Named<tOstelAppLibObjectIdsRequest>(std::string(256, 'o'));
+    std::memset(&ids.ids, 'x', sizeof ids.ids);  // is not looked at: the request fails
+    auto longParam = Named<tOstelAppLibLongParamRequest>(std::string(256, 'n'));
+    longParam.value = param.value;
+    longParam.size = 1;
+    const struct {
+        const char* type;
+        tOstelReturnCode code;
+        const char* document;
+    } cases[] = {
+        {"GET_PARAM", ostelAppLibGetParam(&request), R"({"NAME":"n"})"},
+        {"SET_PARAM", ostelAppLibSetParam(&param, true),
+         R"({"NAME":"n","VALUE":"v","COMMIT":true})"},
+        {"GET_PARAM_ARRAY", ostelAppLibGetParamArray(&array), R"({"PARAMS":[{"NAME":"n"}]})"},
+        {"SET_PARAM_ARRAY", ostelAppLibSetParamArray(&array, true),
+         R"({"PARAMS":[{"NAME":"n","VALUE":"v"}],"COMMIT":true})"},
+        {"GET_OBJECT", ostelAppLibGetObject(&object), R"({"PARAMS":[{"NAME":"n"}],"ROOT":"o"})"},
+        {"SET_OBJECT", ostelAppLibSetObject(&object, true),
+         R"({"PARAMS":[{"NAME":"n","VALUE":"v"}],"ROOT":"o","COMMIT":true})"},
+        {"GET_OBJECT_INSTANCES", ostelAppLibGetObjectIds(&ids), R"({"OBJ":"o"})"},
+        {"GET_LONG_PARAM", ostelAppLibGetLongParam(&longParam), R"({"NAME":"n"})"}};
+    for (const auto& test : cases) {
+        // That of a dispatcher which knows nothing.
+        EXPECT_EQ(test.code, RC_FAILURE) << test.type;
+        EXPECT_EQ(m_Dispatcher.LastText(test.type), Full(test.document)) << test.type;
+    }
+    EXPECT_EQ(ostelAppLibSetLongParam(&longParam, true), RC_FAILURE);
+    EXPECT_EQ(m_Dispatcher.LastText("SET_LONG_PARAM"),
+              R"({"NAME":")" + std::string(256, 'n') + R"(","VALUE":"v","COMMIT":true})");
 }
 
 // An application passes its records on, to other processes, too.
@@ -68,6 +119,21 @@ TEST_F(OstelAppLibRecords, NoStaleMemoryStandsBehindATextInAnArray) {
         EXPECT_EQ(std::count(std::begin(param.value), std::end(param.value), '\0'), 255);
     }
     ostelAppLibReleaseParamRequest(&request);
+}
+
+TEST_F(OstelAppLibRecords, NoStaleMemoryStandsBehindTheNameOfAnIndexMap) {
+    m_Dispatcher.Answer("GET_INDEX_MAP", R"({"DATA_MODELS":[{"NAME":"A"}]})");
+    // As large as the map that comes, so that this is what it is likely to be made of.
+    constexpr std::uint32_t size = sizeof(tOstelAppLibIndexMap);
+    tOstelAppLibLongParamRequest stale = {};
+    ostelAppLibAllocateLongParamRequest(&stale, size);
+    std::memset(stale.value, 'x', size);
+    ostelAppLibReleaseLongParamRequest(&stale);
+    tOstelAppLibIndexMapRequest request = {};
+    ASSERT_EQ(ostelAppLibGetIndexMapping(&request), RC_SUCCESS);
+    const auto& name = request.maps[0].name;
+    EXPECT_EQ(std::count(std::begin(name), std::end(name), '\0'), 255);
+    ostelAppLibReleaseIndexMapRequest(&request);
 }
 
 // What a caller's slip with the count leaves behind.

@@ -38,6 +38,43 @@ TEST_F(OstelAppLibRemote, TellsTheNameOfASingleParameterToo) {
     EXPECT_THAT(peer.Requests(), ElementsAre(R"({"REQUEST_TYPE":"GET_PARAM","NAME":"Device."})"));
 }
 
+TEST_F(OstelAppLibRemote, CutsTheTextsOfASingleParameterAndLeavesNothingBehindThem) {
+    for (const std::size_t length : {1U, 255U, 256U, 2000U}) {
+        const std::string text(length, 'x');
+        const TlsPeer peer({}, TlsPeer::Framed(R"({"PARAMS":[{"NAME":")" + text + R"(","VALUE":")" +
+                                               text + R"("}],"STATUS":"OK"})"));
+        std::memset(m_Request.value, 'y', sizeof m_Request.value);
+        Ask(peer, "Device.");
+        std::memset(m_Request.name + std::strlen("Device.") + 1, 'y', 200);
+        EXPECT_EQ(ostelAppLibGetParamRemote(&m_Request), RC_SUCCESS);
+        std::string field = text.substr(0, 255);
+        field.resize(256);
+        EXPECT_EQ(std::string(m_Request.name, 256), field);
+        EXPECT_EQ(std::string(m_Request.value, 256), field);
+    }
+}
+
+TEST_F(OstelAppLibRemote, SendsFieldsThatAreFullToTheirLastByte) {
+    const TlsPeer peer({}, TlsPeer::Framed(OK_REPLY));
+    Ask(peer, "");
+    std::memset(m_Request.name, 'n', sizeof m_Request.name);
+    std::memset(m_Request.value, 'v', sizeof m_Request.value);
+    std::memset(m_File.name, 'f', sizeof m_File.name);
+    EXPECT_EQ(ostelAppLibGetParamRemote(&m_Request), RC_SUCCESS);
+    EXPECT_EQ(ostelAppLibSetParamRemote(&m_Request, true), RC_SUCCESS);
+    EXPECT_EQ(ostelAppLibGetFileRemote(&m_File), RC_SUCCESS);
+    const std::string name = R"("NAME":")" + std::string(256, 'n') + '"';
+    EXPECT_THAT(
+        peer.Requests(),
+        ElementsAre(R"({"REQUEST_TYPE":"GET_PARAM",)" + name + "}",
+                    R"({"REQUEST_TYPE":"SET_PARAM",)" + name + R"(,"VALUE":")" +
+                        std::string(256, 'v') + R"(","COMMIT":true})",
+                    R"({"REQUEST_TYPE":"GET_FILE","FILE_NAME":")" + std::string(256, 'f') + "\"}"));
+    std::memset(m_Request.remote, 'r', sizeof m_Request.remote);
+    EXPECT_EQ(ostelAppLibGetParamRemote(&m_Request), RC_FAILURE);
+    EXPECT_EQ(Errors().back(), std::string(256, 'r') + " is not a valid IP");
+}
+
 TEST_F(OstelAppLibRemote, GivesSeveralParametersAsAnArray) {
     const TlsPeer peer({}, TlsPeer::Framed(R"({"PARAMS":[{"NAME":"Device.A","VALUE":"1"},)"
                                            R"({"NAME":"Device.B","VALUE":"2"}],"STATUS":"OK"})"));
