@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <future>
 
@@ -21,6 +23,7 @@ template struct PrivateMember<TCertificateDirectory, &TOstelApplication::m_Certi
 namespace {
 
 std::atomic<bool> mayMakeContexts{true};
+std::atomic<bool> tellsOfFreedContexts{false};
 
 }  // namespace
 
@@ -29,6 +32,15 @@ extern "C" OSTEL_API SSL_CTX* SSL_CTX_new(const SSL_METHOD* method) {
     static auto* const next =
         reinterpret_cast<decltype(&SSL_CTX_new)>(dlsym(RTLD_NEXT, "SSL_CTX_new"));
     return mayMakeContexts ? next(method) : nullptr;
+}
+
+extern "C" OSTEL_API void SSL_CTX_free(SSL_CTX* context) {
+    static auto* const next =
+        reinterpret_cast<decltype(&SSL_CTX_free)>(dlsym(RTLD_NEXT, "SSL_CTX_free"));
+    if (tellsOfFreedContexts && context != nullptr) {
+        std::fputs("A context is freed.\n", stderr);
+    }
+    next(context);
 }
 
 namespace {
@@ -77,6 +89,16 @@ TEST_F(TOstelApplicationRemoteTls, WithoutAContextARequestIsInPlainText) {
                 ElementsAre("Unable to create SSL context", "Failed to init SSL"));
     EXPECT_EQ(Context(), nullptr);
     mayMakeContexts = true;
+}
+
+// No leak checker sees it: until the very end the application object points to it.
+TEST_F(TOstelApplicationRemoteTls, TheContextIsFreedWhenTheProcessEnds) {
+    ASSERT_TRUE(Enable(m_Unit));
+    const auto end = [] {
+        tellsOfFreedContexts = true;
+        std::exit(0);
+    };
+    EXPECT_EXIT(end(), testing::ExitedWithCode(0), "^A context is freed.\n$");
 }
 
 TEST_F(TOstelApplicationRemoteTls, TalksTls12AndAbove) {
