@@ -203,7 +203,38 @@ TEST_P(TBadReply, OfAHundredThousandElementsIsReadWhole) {
 INSTANTIATE_TEST_SUITE_P(Operations, TBadReply, testing::ValuesIn(Readers()),
                          [](const auto& testCase) { return testCase.param.operation; });
 
-class TBadInput : public ApplicationTest {};
+class TBadInput : public ApplicationTest {
+protected:
+    // What each request with that text in all its places says to the dispatcher, which refuses it.
+    std::vector<std::string> TextsOfAllRequests(const std::string& bad) {
+        for (const char* method :
+             {"GET_PARAM", "SET_PARAM", "GET_PARAM_ARRAY", "SET_PARAM_ARRAY", "GET_OBJECT",
+              "SET_OBJECT", "GET_OBJECT_INSTANCES", "GET_OBJECT_TREE", "ADD_OBJECT_INSTANCE",
+              "DELETE_OBJECT_INSTANCE"}) {
+            m_Dispatcher.Answer(method, "", 1);
+        }
+        TParams params = {{bad, bad}};
+        std::vector<int> ids;
+        std::vector<std::string> names;
+        std::string value;
+        int id = 0;
+        EXPECT_EQ(m_App.GetParam(bad, value), RC_INVALID_ARGUMENT);
+        EXPECT_EQ(m_App.SetParam(bad, bad, true), RC_INVALID_ARGUMENT);
+        EXPECT_EQ(m_App.GetParamArray(params), RC_INVALID_ARGUMENT);
+        EXPECT_EQ(m_App.SetParamArray(params, true), RC_INVALID_ARGUMENT);
+        EXPECT_EQ(m_App.GetObject(bad, params), RC_INVALID_ARGUMENT);
+        EXPECT_EQ(m_App.SetObject(bad, params, true), RC_INVALID_ARGUMENT);
+        EXPECT_EQ(m_App.GetObjectIds(bad, ids), RC_INVALID_ARGUMENT);
+        EXPECT_EQ(m_App.GetObjectTree(bad, names), RC_INVALID_ARGUMENT);
+        EXPECT_EQ(m_App.AddObject(bad, id), RC_INVALID_ARGUMENT);
+        EXPECT_EQ(m_App.RemoveObject(bad), RC_INVALID_ARGUMENT);
+        std::vector<std::string> texts;
+        for (const auto& request : m_Dispatcher.Requests()) {
+            texts.push_back(request.text);
+        }
+        return texts;
+    }
+};
 
 TEST_F(TBadInput, AReplyOfTenMegabytesArrivesWhole) {
     const std::string value(10 << 20, 'v');
@@ -223,34 +254,8 @@ TEST_F(TBadInput, ARequestOfTenMegabytesArrivesWhole) {
 
 // What cannot be a JSON text is sent as null, for the dispatcher to refuse.
 TEST_F(TBadInput, ATextThatIsNotUtf8IsSentAsNull) {
-    for (const char* method :
-         {"GET_PARAM", "SET_PARAM", "GET_PARAM_ARRAY", "SET_PARAM_ARRAY", "GET_OBJECT",
-          "SET_OBJECT", "GET_OBJECT_INSTANCES", "GET_OBJECT_TREE", "ADD_OBJECT_INSTANCE",
-          "DELETE_OBJECT_INSTANCE"}) {
-        m_Dispatcher.Answer(method, "", 1);
-    }
-    const std::string bad = "\xc3(";
-    TParams params = {{bad, bad}};
-    std::vector<int> ids;
-    std::vector<std::string> names;
-    std::string value;
-    int id = 0;
-    EXPECT_EQ(m_App.GetParam(bad, value), RC_INVALID_ARGUMENT);
-    EXPECT_EQ(m_App.SetParam(bad, bad, true), RC_INVALID_ARGUMENT);
-    EXPECT_EQ(m_App.GetParamArray(params), RC_INVALID_ARGUMENT);
-    EXPECT_EQ(m_App.SetParamArray(params, true), RC_INVALID_ARGUMENT);
-    EXPECT_EQ(m_App.GetObject(bad, params), RC_INVALID_ARGUMENT);
-    EXPECT_EQ(m_App.SetObject(bad, params, true), RC_INVALID_ARGUMENT);
-    EXPECT_EQ(m_App.GetObjectIds(bad, ids), RC_INVALID_ARGUMENT);
-    EXPECT_EQ(m_App.GetObjectTree(bad, names), RC_INVALID_ARGUMENT);
-    EXPECT_EQ(m_App.AddObject(bad, id), RC_INVALID_ARGUMENT);
-    EXPECT_EQ(m_App.RemoveObject(bad), RC_INVALID_ARGUMENT);
-    std::vector<std::string> texts;
-    for (const auto& request : m_Dispatcher.Requests()) {
-        texts.push_back(request.text);
-    }
     EXPECT_THAT(
-        texts,
+        TextsOfAllRequests("\xc3("),
         ElementsAre(R"({"NAME":null})", R"({"NAME":null,"VALUE":null,"COMMIT":true})",
                     R"({"PARAMS":[{"NAME":null}]})",
                     R"({"PARAMS":[{"NAME":null,"VALUE":null}],"COMMIT":true})",
@@ -260,15 +265,17 @@ TEST_F(TBadInput, ATextThatIsNotUtf8IsSentAsNull) {
 }
 
 TEST_F(TBadInput, ATextWithANulIsSentEscaped) {
-    m_Dispatcher.Answer("SET_PARAM", "", 1);
-    const std::string bad("a\0b", 3);
-    EXPECT_EQ(m_App.SetParam(bad, bad, true), RC_INVALID_ARGUMENT);
-    EXPECT_EQ(m_Dispatcher.LastText("SET_PARAM"),
-              R"({"NAME":"a\u0000b","VALUE":"a\u0000b","COMMIT":true})");
-    TParams params = {{bad, bad}};
-    EXPECT_EQ(m_App.SetParamArray(params, true), RC_FAILURE);
-    EXPECT_EQ(m_Dispatcher.LastText("SET_PARAM_ARRAY"),
-              R"({"PARAMS":[{"NAME":"a\u0000b","VALUE":"a\u0000b"}],"COMMIT":true})");
+    const std::vector<std::string> texts = TextsOfAllRequests(std::string("a\0b", 3));
+    const std::string text = R"("a\u0000b")";
+    const std::string name = R"({"NAME":)" + text;
+    const std::string both = name + R"(,"VALUE":)" + text;
+    const std::string object = R"({"OBJ":)" + text + "}";
+    EXPECT_THAT(
+        texts, ElementsAre(name + "}", both + R"(,"COMMIT":true})", R"({"PARAMS":[)" + name + "}]}",
+                           R"({"PARAMS":[)" + both + R"(}],"COMMIT":true})",
+                           R"({"PARAMS":[)" + name + R"(}],"ROOT":)" + text + "}",
+                           R"({"PARAMS":[)" + both + R"(}],"ROOT":)" + text + R"(,"COMMIT":true})",
+                           object, object, object, object));
 }
 
 TEST_F(TBadInput, ARequestLargerThanTheBusAllowsIsARuntimeError) {
