@@ -32,7 +32,49 @@ protected:
         ostelAppLibUnsubscribe();
         ostelAppLibTerm();
     }
+
+    // One event for each of the callbacks, and which of them ran.
+    tCallbacks TellOfEverything() {
+        callbacks.clear();
+        m_App.OnEvent("EVENT_TYPE_CLIENT_CONNECTED", R"({"MAC_ADDRESS":"m","HOST_NAME":"h"})");
+        m_App.OnEvent("EVENT_TYPE_PARAM_CHANGED",
+                      R"({"DATA_MODEL_NAME":"A","DATA_MODEL_VALUE":"1"})");
+        m_App.OnEvent("EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT", R"({"URL":"{\"URL\":\"u\"}"})");
+        return callbacks;
+    }
 };
+
+TEST_F(OstelAppLibNotifications, AnyCallbackMayBeNull) {
+    ASSERT_EQ(ostelAppLibInit(OSTEL_KTA), RC_SUCCESS);
+    ostelAppLibSubscribe(OnDevice, nullptr, nullptr);
+    EXPECT_THAT(TellOfEverything(), ElementsAre("0 m h"));
+    ostelAppLibSubscribe(nullptr, OnChange, nullptr);
+    EXPECT_THAT(TellOfEverything(), ElementsAre("A=1"));
+    ostelAppLibSubscribe(nullptr, nullptr, OnUpdate);
+    EXPECT_THAT(TellOfEverything(), ElementsAre("url:u"));
+    ostelAppLibSubscribe(nullptr, nullptr, nullptr);
+    EXPECT_THAT(TellOfEverything(), ElementsAre());
+}
+
+TEST_F(OstelAppLibNotifications, UnsubscribeClearsAllThreeCallbacks) {
+    ASSERT_EQ(ostelAppLibInit(OSTEL_KTA), RC_SUCCESS);
+    ostelAppLibSubscribe(OnDevice, OnChange, OnUpdate);
+    EXPECT_THAT(TellOfEverything(), ElementsAre("0 m h", "A=1", "url:u"));
+    ostelAppLibUnsubscribe();
+    EXPECT_THAT(TellOfEverything(), ElementsAre());
+}
+
+// The callbacks stay: they wait for the next Init.
+TEST_F(OstelAppLibNotifications, TermEndsTheDeliveryOfAllThreeAndInitStartsItAgain) {
+    ostelAppLibSubscribe(OnDevice, OnChange, OnUpdate);
+    EXPECT_THAT(TellOfEverything(), ElementsAre());
+    for (int times = 0; times < 2; ++times) {
+        ASSERT_EQ(ostelAppLibInit(OSTEL_KTA), RC_SUCCESS);
+        EXPECT_THAT(TellOfEverything(), ElementsAre("0 m h", "A=1", "url:u"));
+        ASSERT_EQ(ostelAppLibTerm(), RC_SUCCESS);
+        EXPECT_THAT(TellOfEverything(), ElementsAre());
+    }
+}
 
 TEST_F(OstelAppLibNotifications, NotificationsReachTheirCallbacks) {
     EXPECT_EQ(ostelAppLibInit(OSTEL_KTA), RC_SUCCESS);
