@@ -41,6 +41,38 @@ void RunOutOfMemory(Ask ask, AsItWas asItWas) {
     EXPECT_FALSE(asItWas());
 }
 
+// An allocation that fails, in a record that has something in it.
+template <typename Record, typename Array, typename Count>
+void ExpectEmptied(Array Record::*array, Count Record::*count,
+                   void (*allocate)(Record*, std::uint32_t)) {
+    Record record = {};
+    allocate(&record, 3);
+    ASSERT_NE(record.*array, nullptr);
+    Allocations::FailOneAfter(0);
+    allocate(&record, 2);
+    Allocations::GoOn();
+    EXPECT_EQ(record.*array, nullptr);
+    EXPECT_EQ(record.*count, 0U);
+}
+
+TEST(OstelAppLibAllocations, LeaveTheRecordEmptyWhenTheyFail) {
+    ExpectEmptied(&tOstelAppLibParamArray::params, &tOstelAppLibParamArray::count,
+                  ostelAppLibAllocateParamArray);
+    ExpectEmptied(&tOstelAppLibParamArray::params, &tOstelAppLibParamArray::count,
+                  ostelAppLibAllocateParamArrayRequest);
+    ExpectEmptied(&tOstelAppLibLongParamRequest::value, &tOstelAppLibLongParamRequest::size,
+                  ostelAppLibAllocateLongParamRequest);
+    ExpectEmptied(&tOstelAppLibObjectIdsRequest::ids, &tOstelAppLibObjectIdsRequest::count,
+                  ostelAppLibAllocateObjectIdsRequest);
+    tOstelAppLibObjectRequest object = {};
+    ostelAppLibAllocateObjectRequest(&object, 3);
+    Allocations::FailOneAfter(0);
+    ostelAppLibAllocateObjectRequest(&object, 2);
+    Allocations::GoOn();
+    EXPECT_EQ(object.params.params, nullptr);
+    EXPECT_EQ(object.params.count, 0U);
+}
+
 class OstelAppLibMemory : public OstelAppLib {};
 
 TEST_F(OstelAppLibMemory, AParameterRequestIsKept) {
