@@ -9,9 +9,8 @@
 #include "OstelAppLibTest.h"
 #include "RawPeer.h"
 #include "TOstelDataMapper.h"
-#include "WaitUntil.h"
 
-extern "C" int RunFlatClient(char* report, std::size_t size);
+extern "C" int RunFlatClient(void (*tellOfAChange)(), char* report, std::size_t size);
 
 namespace {
 
@@ -127,42 +126,6 @@ TEST_F(OstelAppLib, IndexMapsComeWithTheirPairs) {
     EXPECT_EQ(request.count, 2U);
 }
 
-TEST_F(OstelAppLib, LongValuesHaveAnyLength) {
-    const std::string value(8 * 1024 * 1024, 'v');
-    m_Dispatcher.Answer("GET_LONG_PARAM", R"({"VALUE":")" + value + R"("})");
-    m_Dispatcher.Answer("SET_LONG_PARAM", "{}");
-    auto request = Named<tOstelAppLibLongParamRequest>("Device.Long");
-    ASSERT_EQ(ostelAppLibGetLongParam(&request), RC_SUCCESS);
-    EXPECT_EQ(request.size, value.size() + 1);
-    EXPECT_EQ(request.value, value);
-    EXPECT_EQ(ostelAppLibSetLongParam(&request, true), RC_SUCCESS);
-    EXPECT_EQ(m_Dispatcher.LastText("SET_LONG_PARAM"),
-              R"({"NAME":"Device.Long","VALUE":")" + value + R"(","COMMIT":true})");
-    ostelAppLibReleaseLongParamRequest(&request);
-    EXPECT_EQ(request.value, nullptr);
-    EXPECT_EQ(request.size, 0U);
-    m_Dispatcher.Answer("GET_LONG_PARAM", "{}");
-    EXPECT_EQ(ostelAppLibGetLongParam(&request), RC_SUCCESS);
-    EXPECT_EQ(request.size, 1U);
-    ostelAppLibReleaseLongParamRemote(&request);
-    m_Dispatcher.Answer("GET_LONG_PARAM", "nonsense");
-    EXPECT_EQ(ostelAppLibGetLongParam(&request), RC_RUNTIME_ERROR);
-}
-
-// The buffers before are the caller's own: one that is kept must stay what it is.
-TEST_F(OstelAppLib, ALongValueReadBeforeIsLeftToTheCaller) {
-    m_Dispatcher.Answer("GET_LONG_PARAM", R"({"VALUE":"the first of two long values"})");
-    auto request = Named<tOstelAppLibLongParamRequest>("Device.Long");
-    ASSERT_EQ(ostelAppLibGetLongParam(&request), RC_SUCCESS);
-    tOstelAppLibLongParamRequest kept = request;
-    m_Dispatcher.Answer("GET_LONG_PARAM", R"({"VALUE":"and this is the second one of"})");
-    ASSERT_EQ(ostelAppLibGetLongParam(&request), RC_SUCCESS);
-    EXPECT_NE(request.value, kept.value);
-    EXPECT_STREQ(kept.value, "the first of two long values");
-    ostelAppLibReleaseLongParamRequest(&kept);
-    ostelAppLibReleaseLongParamRequest(&request);
-}
-
 // Released maps stay in the record, so that releasing them once more would be the end.
 TEST_F(OstelAppLib, IndexMapsReadBeforeAreLeftToTheCaller) {
     m_Dispatcher.Answer("GET_INDEX_MAP", R"({"DATA_MODELS":[{"NAME":"A","INDEX_MAP":[{}]}]})");
@@ -176,47 +139,6 @@ TEST_F(OstelAppLib, IndexMapsReadBeforeAreLeftToTheCaller) {
     ostelAppLibReleaseIndexMapRequest(&request);
     EXPECT_EQ(ostelAppLibGetIndexMapping(&request), RC_SUCCESS);
     ostelAppLibReleaseIndexMapRequest(&request);
-}
-
-TEST_F(OstelAppLib, ALongValueEndsWithItsNulOrWithItsBuffer) {
-    struct TCase {
-        std::string buffer;
-        std::uint32_t size;
-        std::string sent;
-        bool warned;
-    };
-    const std::vector<TCase> cases{{std::string("abc\0", 4), 4, "abc", false},
-                                   {std::string("abc\0xyz", 7), 7, "abc", false},
-                                   {std::string("abc\0", 4), 100, "abc", false},
-                                   // What GetFileRemote has fetched has no NUL.
-                                   {"abc", 3, "abc", true},
-                                   // An application's own text, whose size it did not tell.
-                                   {std::string("abc\0", 4), 0, "abc", false},
-                                   {std::string(1, '\0'), 0, "", false},
-                                   {std::string(1, '\0'), 1, "", false}};
-    m_Dispatcher.Answer("SET_LONG_PARAM", "{}");
-    for (const TCase& test : cases) {
-        RecordingLog::Clear();
-        std::vector<char> buffer(test.buffer.begin(), test.buffer.end());
-        auto request = Named<tOstelAppLibLongParamRequest>("L");
-        request.value = buffer.data();
-        request.size = test.size;
-        EXPECT_EQ(ostelAppLibSetLongParam(&request, true), RC_SUCCESS);
-        EXPECT_EQ(m_Dispatcher.LastText("SET_LONG_PARAM"),
-                  R"({"NAME":"L","VALUE":")" + test.sent + R"(","COMMIT":true})");
-        EXPECT_EQ(RecordingLog::Count(3, "ostelAppLibSetLongParam: 3 bytes without a NUL"),
-                  test.warned ? 1 : 0);
-    }
-}
-
-TEST_F(OstelAppLib, ABufferOfNoBytesIsAnEmptyLongValue) {
-    m_Dispatcher.Answer("SET_LONG_PARAM", "{}");
-    auto request = Named<tOstelAppLibLongParamRequest>("L");
-    ostelAppLibAllocateLongParamRequest(&request, 0);
-    EXPECT_EQ(ostelAppLibSetLongParam(&request, true), RC_SUCCESS);
-    EXPECT_EQ(m_Dispatcher.LastText("SET_LONG_PARAM"), R"({"NAME":"L","VALUE":"","COMMIT":true})");
-    ostelAppLibReleaseLongParamRequest(&request);
-    EXPECT_EQ(ostelAppLibSetLongParam(&request, true), RC_INVALID_ARGUMENT);
 }
 
 TEST_F(OstelAppLib, EveryWriteSaysWhetherItCommits) {
@@ -310,26 +232,6 @@ TEST_F(OstelAppLib, EveryOtherRequestPassesTheCodeOnAndLeavesItsRecordAlone) {
     ostelAppLibReleaseLongParamRequest(&longParam);
 }
 
-TEST_F(OstelAppLib, WhatIsThrownInsideIsLoggedAndARuntimeError) {
-    auto request = Named<tOstelAppLibLongParamRequest>("L");
-    m_Dispatcher.Answer("GET_LONG_PARAM", "");
-    EXPECT_EQ(ostelAppLibGetLongParam(&request), RC_RUNTIME_ERROR);
-    EXPECT_THAT(RecordingLog::Texts(2), ElementsAre("The reply is empty"));
-    EXPECT_EQ(request.value, nullptr);
-}
-
-TEST_F(OstelAppLib, LongValuesAreRuntimeErrorsWithoutABus) {
-    auto request = Named<tOstelAppLibLongParamRequest>("L");
-    char value[] = "1";
-    request.value = value;
-    m_Bus.Kill();
-    // The first of them may still be answered, by the loss of the bus.
-    ASSERT_TRUE(
-        WaitUntil([&] { return ostelAppLibSetLongParam(&request, true) == RC_RUNTIME_ERROR; }));
-    EXPECT_EQ(ostelAppLibGetLongParam(&request), RC_RUNTIME_ERROR);
-    EXPECT_EQ(request.value, value);
-}
-
 TEST_F(OstelAppLib, ArraysMayBeEmptyAndLargeButNotEndless) {
     m_Dispatcher.Answer("SET_PARAM_ARRAY", "{}");
     tOstelAppLibParamArray array = {};
@@ -398,22 +300,71 @@ TEST_F(OstelAppLib, SetsTheLogLevel) {
 TEST_F(OstelAppLib, WorksFromC) {
     AnswerParams("GET_PARAM", {Param("Device.One", "1")});
     m_Dispatcher.Answer("SET_PARAM", "{}");
+    const auto tellOfAChange = [] {
+        TOstelApplication::GetInstance()->NotifyDataModelChangeObservers("Device.Two", "2");
+    };
     char report[600] = "";
-    EXPECT_EQ(RunFlatClient(report, sizeof report), 0);
-    EXPECT_STREQ(report, "1");
+    EXPECT_EQ(RunFlatClient(tellOfAChange, report, sizeof report), 0);
+    EXPECT_STREQ(report, "1, Device.Two=2");
 }
 
+// Each of them in its own way.
 TEST_F(OstelAppLib, MayBeUsedByEightThreadsAtOnce) {
     AnswerParams("GET_PARAM", {Param("Device.One", "1")});
+    AnswerParams("GET_PARAM_ARRAY", {Param("Device.One", "1"), Param("Device.Two", "2")});
+    m_Dispatcher.Answer("SET_PARAM", "{}");
+    m_Dispatcher.Answer("GET_LONG_PARAM", R"({"VALUE":"long"})");
+    m_Dispatcher.Answer("GET_OBJECT_INSTANCES", R"({"IDS":[1,2]})");
+    m_Dispatcher.Answer("GET_INDEX_MAP", R"({"DATA_MODELS":[{"NAME":"A","INDEX_MAP":[{}]}]})");
+    const std::function<bool()> uses[] = {
+        [] {
+            auto request = Named<tOstelAppLibParamRequest>("Device.One");
+            return ostelAppLibGetParam(&request) == RC_SUCCESS && request.value[0] == '1';
+        },
+        [] {
+            tOstelAppLibParamArray array = {};
+            Fill(array, {"Device.*"});
+            const bool done = ostelAppLibGetParamArray(&array) == RC_SUCCESS && array.count == 2;
+            ostelAppLibReleaseParamArray(&array);
+            return done;
+        },
+        [] {
+            const tOstelAppLibParam param = {"Device.One", "1"};
+            return ostelAppLibSetParam(&param, true) == RC_SUCCESS;
+        },
+        [] {
+            auto request = Named<tOstelAppLibLongParamRequest>("Device.Long");
+            const bool done = ostelAppLibGetLongParam(&request) == RC_SUCCESS && request.size == 5;
+            ostelAppLibReleaseLongParamRequest(&request);
+            return done;
+        },
+        [] {
+            auto request = Named<tOstelAppLibObjectIdsRequest>("Device.T.");
+            const bool done = ostelAppLibGetObjectIds(&request) == RC_SUCCESS && request.count == 2;
+            ostelAppLibReleaseObjectIdsRequest(&request);
+            return done;
+        },
+        [] {
+            tOstelAppLibIndexMapRequest request = {};
+            const bool done = ostelAppLibGetIndexMapping(&request) == RC_SUCCESS;
+            ostelAppLibReleaseIndexMapRequest(&request);
+            return done;
+        },
+        [] {
+            ostelAppLibSubscribe(
+                nullptr, [](const char*, const char*) {}, nullptr);
+            ostelAppLibSendEvent("EVENT_TYPE_PARAM_CHANGED", "{}");
+            ostelAppLibUnsubscribe();
+            return true;
+        },
+        [] { return ostelAppLibInit(OSTEL_KTA) == RC_SUCCESS && ostelAppLibTerm() == RC_SUCCESS; }};
+    ASSERT_EQ(std::size(uses), 8U);
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i) {
+    for (const auto& use : uses) {
         threads.emplace_back([&] {
             for (int call = 0; call < 50; ++call) {
-                auto request = Named<tOstelAppLibParamRequest>("Device.One");
-                if (ostelAppLibGetParam(&request) != RC_SUCCESS || request.value[0] != '1') {
-                    ++failures;
-                }
+                failures += use() ? 0 : 1;
             }
         });
     }

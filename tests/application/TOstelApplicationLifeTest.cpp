@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "ApplicationTest.h"
+#include "FaultyIpc.h"
 #include "TOstelDataMapper.h"
 #include "WaitUntil.h"
 
@@ -77,6 +78,50 @@ TEST_F(TOstelApplicationStart, AnUnknownClientIsRefusedAndALaterOneTaken) {
     EXPECT_TRUE(m_App.IsInitialized());
     EXPECT_THAT(RecordingLog::Calls(), ElementsAre("logInit KTA"));
     EXPECT_EQ(m_Dispatcher.Call("OSTEL_KTA", "IS_APP_ACTIVE", ""), 0);
+}
+
+// Notes what it is told to do; each step is taken in the state that the ones before it have left.
+class TNotingIpc : public TFaultyIpc<int> {
+public:
+    explicit TNotingIpc(TOstelApplication& app) : TFaultyIpc(0), m_App(app) {}
+
+    void Init(const std::string& name) override {
+        Note("Init " + name);
+        // The logger follows its parameters by now: it rereads its settings.
+        m_App.NotifyDataModelChangeObservers("Device.X_KAVEN_COM_Applications.Kta.Logging.Level",
+                                             "6");
+        m_LogCalls = RecordingLog::Calls();
+    }
+    void AddMethodHandler(const std::string& method, IOstelIpcMethodHandler* handler) override {
+        Note("AddMethodHandler " + method + (handler == &m_App ? "" : " of somebody else"));
+    }
+    void Run() override { Note("Run"); }
+
+    std::vector<std::string> m_Steps;
+    std::vector<std::string> m_LogCalls;
+
+private:
+    void Note(const std::string& step) {
+        std::string server = "nobody";
+        GetMethodServerId("*", server);
+        m_Steps.push_back(step + ", served by " + server +
+                          (m_App.IsInitialized() ? ", too late" : ""));
+    }
+
+    TOstelApplication& m_App;
+};
+
+// A worker that ran before the handler is there would refuse the first question.
+TEST_F(TOstelApplicationStart, InitializeTakesItsStepsInTheirOrder) {
+    TNotingIpc ipc(m_App);
+    const TIpcInPlace inPlace(ipc);
+    m_App.Initialize(OSTEL_KTA);
+    EXPECT_TRUE(m_App.IsInitialized());
+    EXPECT_THAT(ipc.m_LogCalls, ElementsAre("logInit KTA", "logSync"));
+    EXPECT_THAT(ipc.m_Steps,
+                ElementsAre("Init OSTEL_KTA, served by nobody",
+                            "AddMethodHandler IS_APP_ACTIVE, served by OSTEL_DISPATCHER",
+                            "Run, served by OSTEL_DISPATCHER"));
 }
 
 // However many threads make their first calls at the same time.

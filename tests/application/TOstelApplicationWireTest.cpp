@@ -2,17 +2,12 @@
 #include <functional>
 #include <stdexcept>
 #include <unordered_map>
-#include <utility>
 
 #include "ApplicationTest.h"
+#include "FaultyIpc.h"
 #include "PrivateMember.h"
 #include "TOstelJsonObject.h"
 
-// The transport that the application object uses, for one that throws in its place.
-using TIpcMember = TOstelIpc* TOstelCommon::*;
-struct TIpcOfApplication {
-    friend TIpcMember MemberOf(TIpcOfApplication);
-};
 template struct PrivateMember<TIpcOfApplication, &TOstelCommon::m_Ipc>;
 
 namespace {
@@ -143,26 +138,11 @@ TEST_P(TOstelApplicationWire, FailsWithARuntimeErrorWhenTheTransportDoes) {
     EXPECT_THAT(RecordingLog::Texts(2), testing::ElementsAre("DBusMessage pointer is NULL!"));
 }
 
-class TFaultyIpc : public TOstelIpc {
-public:
-    void SendEvent(const std::string&, const std::string&) override {}
-    int CallMethod(const std::string&, const std::string&, std::string&) override {
-        throw std::logic_error("faulty");
-    }
-    int CallMethod(const std::string&, const std::string&, std::string&,
-                   TMethodSettings&) override {
-        throw std::logic_error("faulty");
-    }
-    void MainLoop() override {}
-};
-
 TEST_P(TOstelApplicationWire, LetsOtherExceptionsPass) {
-    TFaultyIpc faulty;
-    TOstelIpc*& ipc = static_cast<TOstelCommon&>(m_App).*MemberOf(TIpcOfApplication());
-    TOstelIpc* const real = std::exchange(ipc, &faulty);
+    TFaultyIpc faulty(std::logic_error("faulty"));
+    const TIpcInPlace inPlace(faulty);
     EXPECT_THROW(GetParam().call(m_App), std::logic_error);
     EXPECT_EQ(RecordingLog::Texts(2).size(), 0U);
-    ipc = real;
 }
 
 INSTANTIATE_TEST_SUITE_P(Operations, TOstelApplicationWire, testing::ValuesIn(Cases()),

@@ -5,7 +5,7 @@
 
 #include "ostelAppLib.h"
 
-int RunFlatClient(char* report, size_t size);
+int RunFlatClient(void (*tellOfAChange)(void), char* report, size_t size);
 
 static char lastChange[600];
 
@@ -13,7 +13,7 @@ static void OnChange(const char* name, const char* value) {
     snprintf(lastChange, sizeof lastChange, "%s=%s", name, value);
 }
 
-int RunFlatClient(char* report, size_t size) {
+int RunFlatClient(void (*tellOfAChange)(void), char* report, size_t size) {
     tOstelAppLibParamRequest request;
     tOstelAppLibParam param;
     memset(&request, 0, sizeof request);
@@ -22,6 +22,7 @@ int RunFlatClient(char* report, size_t size) {
         return 1;
     }
     ostelAppLibSubscribe(NULL, OnChange, NULL);
+    tellOfAChange();
     strcpy(request.name, "Device.One");
     if (ostelAppLibGetParam(&request) != RC_SUCCESS) {
         return 2;
@@ -31,7 +32,7 @@ int RunFlatClient(char* report, size_t size) {
     if (ostelAppLibSetParam(&param, true) != RC_SUCCESS) {
         return 3;
     }
-    snprintf(report, size, "%s", request.value);
+    snprintf(report, size, "%s, %s", request.value, lastChange);
     ostelAppLibReleaseParamRequest(&request);
     ostelAppLibUnsubscribe();
     return ostelAppLibTerm() == RC_SUCCESS ? 0 : 4;
