@@ -54,7 +54,6 @@ TOstelClock::TOstelClock() : m_Running(true), m_TimerFd(-1), m_FifoFd(-1) {
 // The order is kept, and so is that a monitor that could not be woken is not joined, which ends the
 // process.
 TOstelClock::~TOstelClock() {
-    m_Running = false;
     if (WakeMonitor()) {
         m_MonitorThread.join();
     }

@@ -109,9 +109,11 @@ void TOstelClock::CloseMonitor() {
     m_FifoFd = -1;
 }
 
-// False when there is nobody to wake.
+// False when there is nobody to wake. Under one lock with the FIFO's end: a monitor that saw before
+// it is woken that it is to stop, as one that comes back from a change, would be gone by then.
 bool TOstelClock::WakeMonitor() {
     const std::lock_guard<std::mutex> lock(m_Mutex);
+    m_Running = false;
     if (!m_MonitorThread.joinable() || m_TimerFd < 0 || m_FifoFd < 0) {
         return false;
     }

@@ -6,16 +6,24 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <vector>
 
+#include "BinaryLayout.h"
 #include "ClockTest.h"
+
+struct TClockMutex {
+    friend std::size_t OffsetOf(TClockMutex);
+};
+template struct MemberOffset<TClockMutex, &TOstelClock::m_Mutex>;
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -178,6 +186,41 @@ TEST_F(TOstelClockEndTest, StopsTheMonitorBeforeAlarmAndTimer) {
     EXPECT_TRUE(observer.isWoken);
     EXPECT_THAT(observer.callsBefore, IsEmpty());
     EXPECT_THAT(RecordingLog::Texts(5), IsEmpty()) << "it knew before it looked at the FIFO again";
+}
+
+class TLingeringTimeObserver final : public IOstelSystemTimeObserver {
+public:
+    void OnSystemTimeChanged() override {
+        isTold = true;
+        mayLeave.get_future().wait();
+    }
+
+    std::atomic<bool> isTold{false};
+    std::promise<void> mayLeave;
+};
+
+std::mutex& MutexOf(TOstelClock& clock) {
+    void* const place = reinterpret_cast<char*>(&clock) + OffsetOf(TClockMutex());
+    return *static_cast<std::mutex*>(place);
+}
+
+// It would give its FIFO back, and a clock whose monitor cannot be woken ends the process.
+TEST_F(TOstelClockEndTest, TheMonitorDoesNotEndBeforeItCanBeWoken) {
+    auto clock = std::make_unique<TOstelClock>();
+    TLingeringTimeObserver observer;
+    clock->AddSystemTimeObserver(&observer);
+    ExpireMonitorTimer(ECANCELED);
+    ASSERT_TRUE(WaitUntil([&observer] { return observer.isTold.load(); }));
+    std::unique_lock<std::mutex> lock(MutexOf(*clock));
+    const auto end = std::async(std::launch::async, [&clock] { clock.reset(); });
+    // That it waits for the lock can only be seen by giving it time to end.
+    EXPECT_EQ(end.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    observer.mayLeave.set_value();
+    EXPECT_TRUE(WaitForMonitor(2)) << "watches on";
+    lock.unlock();
+    end.wait();
+    EXPECT_THAT(RecordingLog::Texts(5),
+                ElementsAre("[TOstelClock] The system time monitor is stopped."));
 }
 
 TEST_F(TOstelClockEndTest, ResetsTheAlarmBeforeTheTimer) {
