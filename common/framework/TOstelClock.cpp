@@ -11,9 +11,20 @@
 #include "OstelObservers.h"
 #include "zt_logging.h"
 
+using OstelClockWorker::LogError;
 using OstelClockWorker::RunGuarded;
 
 namespace {
+
+// All lines of the clock bear its name, this one too.
+template <typename TObserver>
+void AddObserver(std::set<TObserver*>& observers, TObserver* observer, std::mutex& mutex) {
+    if (observer == nullptr) {
+        LogError("A null observer is not added");
+        return;
+    }
+    OstelObservers::Add(observers, observer, mutex);
+}
 
 bool IsLaterInTheDay(const TOstelClockTime& a, const TOstelClockTime& b) {
     return std::tie(a.m_Hours, a.m_Minutes, a.m_Seconds) >
@@ -66,7 +77,7 @@ TOstelClock::~TOstelClock() {
 }
 
 void TOstelClock::AddClockObserver(IOstelClockObserver* observer) {
-    OstelObservers::Add(m_ClockObservers, observer, m_Mutex);
+    AddObserver(m_ClockObservers, observer, m_Mutex);
 }
 
 void TOstelClock::RemoveClockObserver(IOstelClockObserver* observer) {
@@ -74,7 +85,7 @@ void TOstelClock::RemoveClockObserver(IOstelClockObserver* observer) {
 }
 
 void TOstelClock::AddSystemTimeObserver(IOstelSystemTimeObserver* observer) {
-    OstelObservers::Add(m_SystemTimeObservers, observer, m_Mutex);
+    AddObserver(m_SystemTimeObservers, observer, m_Mutex);
 }
 
 void TOstelClock::RemoveSystemTimeObserver(IOstelSystemTimeObserver* observer) {

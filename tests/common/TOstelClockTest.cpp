@@ -178,7 +178,7 @@ TEST_F(TOstelClockTest, ANullObserverIsLoggedAndNotAdded) {
     TOstelClock clock;
     clock.AddClockObserver(nullptr);
     clock.AddSystemTimeObserver(nullptr);
-    EXPECT_EQ(RecordingLog::Count(2, "A null observer is not added."), 2);
+    EXPECT_EQ(RecordingLog::Count(2, "[TOstelClock] A null observer is not added."), 2);
     clock.RemoveClockObserver(nullptr);
     clock.RemoveSystemTimeObserver(nullptr);
     clock.NotifyTimerObservers();
