@@ -9,7 +9,9 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <memory>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -21,6 +23,20 @@ std::atomic<bool> s_AreFifosRefused{false};
 std::atomic<bool> s_AreTimersRefused{false};
 std::atomic<bool> s_IsNextFifoTaken{false};
 std::string s_TakenFifo;
+
+struct THeldBody {
+    void* (*body)(void*);
+    void* argument;
+    std::function<bool()> condition;
+};
+
+std::unique_ptr<THeldBody> s_NextHeld;
+
+void* RunWhenItMay(void* given) {
+    const std::unique_ptr<THeldBody> held(static_cast<THeldBody*>(given));
+    EXPECT_TRUE(WaitUntil(held->condition));
+    return held->body(held->argument);
+}
 
 bool IsFifoPath(const char* path) {
     return std::string_view(path).rfind("/tmp/ostel_clock_", 0) == 0;
@@ -38,7 +54,12 @@ OSTEL_API int pthread_create(pthread_t* thread, const pthread_attr_t* attributes
     }
     static auto* const next =
         reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
-    return next(thread, attributes, body, argument);
+    if (!s_NextHeld) {
+        return next(thread, attributes, body, argument);
+    }
+    s_NextHeld->body = body;
+    s_NextHeld->argument = argument;
+    return next(thread, attributes, RunWhenItMay, s_NextHeld.release());
 }
 
 OSTEL_API ssize_t read(int descriptor, void* bytes, size_t length) {
@@ -104,6 +125,10 @@ TRefusedThreads::TRefusedThreads() {
 
 TRefusedThreads::~TRefusedThreads() {
     s_AreThreadsRefused = false;
+}
+
+void HoldNextThread(std::function<bool()> condition) {
+    s_NextHeld.reset(new THeldBody{nullptr, nullptr, std::move(condition)});
 }
 
 void RefuseFifos() {

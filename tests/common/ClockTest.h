@@ -32,6 +32,9 @@ public:
     ~TRefusedThreads();
 };
 
+// The next thread that is started does nothing until the condition holds.
+void HoldNextThread(std::function<bool()> condition);
+
 // From now on none can be made.
 void RefuseFifos();
 void RefuseTimers();

@@ -58,6 +58,12 @@ TOpenFile Timer() {
     return TOpenFile("anon_inode:[timerfd]");
 }
 
+// As the system itself shows it.
+std::string TimerInfo() {
+    std::ifstream file("/proc/self/fdinfo/" + std::to_string(Timer().descriptor));
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 bool IsThere(const std::filesystem::path& path) {
     return std::filesystem::exists(std::filesystem::symlink_status(path));
 }
@@ -103,15 +109,14 @@ TEST_F(TOstelClockMonitorTest, EachClockHasItsOwnFifo) {
     EXPECT_FALSE(IsThere(second.path));
 }
 
-// As the system itself shows the timer: cancelled when its clock is set, without an interval.
+// Cancelled when its clock is set, without an interval.
 TEST_F(TOstelClockMonitorTest, ItsTimerEndsWith32BitTimeUnlessItIsCancelled) {
     const TOstelClock clock;
     const TOpenFile timer = Timer();
     ASSERT_GE(timer.descriptor, 0);
     EXPECT_EQ(fcntl(timer.descriptor, F_GETFL) & O_NONBLOCK, 0);
     EXPECT_EQ(fcntl(timer.descriptor, F_GETFD), 0);
-    std::ifstream file("/proc/self/fdinfo/" + std::to_string(timer.descriptor));
-    const std::string info{std::istreambuf_iterator<char>(file), {}};
+    const std::string info = TimerInfo();
     EXPECT_THAT(info, HasSubstr("clockid: 0\n"));
     EXPECT_THAT(info, HasSubstr("settime flags: 03\n"));
     EXPECT_THAT(info, HasSubstr("it_interval: (0, 0)\n"));
@@ -119,6 +124,15 @@ TEST_F(TOstelClockMonitorTest, ItsTimerEndsWith32BitTimeUnlessItIsCancelled) {
     ASSERT_TRUE(std::regex_search(info, left, std::regex("it_value: \\(([0-9]+),"))) << info;
     const std::time_t end = std::time(nullptr) + static_cast<std::time_t>(std::stol(left[1]));
     EXPECT_NEAR(static_cast<double>(end), 2147483647.0, 1.5);
+}
+
+TEST_F(TOstelClockMonitorTest, LeavesItsTimerAsItIsAfterAChange) {
+    const TOstelClock clock;
+    EXPECT_THAT(TimerInfo(), HasSubstr("settime flags: 03\n"));
+    ExpireMonitorTimer(ECANCELED);
+    ASSERT_TRUE(RecordingLog::WaitFor(4, hasChanged));
+    ASSERT_TRUE(WaitForMonitor(2));
+    EXPECT_THAT(TimerInfo(), HasSubstr("settime flags: 00\n")) << "as the expiry was set here";
 }
 
 // 0 when the system's clock could be set, to its own value.

@@ -243,6 +243,22 @@ TEST_F(TOstelClockTest, ATimerReplacesTheOneBefore) {
     EXPECT_NEAR(waits[1].seconds, 10.0, 1.0);
 }
 
+// Kept: nothing remembers a reset that comes before there is a wait to end.
+TEST_F(TOstelClockTest, AResetBeforeTheWorkerWaitsIsLostAndTheWorkerFires) {
+    TOstelClock clock;
+    clock.AddClockObserver(&m_Observer);
+    RecordedWaits::Answer(ETIMEDOUT);
+    HoldNextThread([&clock] { return RecordedWaits::CallsOn(clock).size() == 1; });
+    clock.SetTimer(5);
+    clock.ResetTimer();
+    EXPECT_EQ(m_Observer.timers, 1);
+    HoldNextThread([&clock] { return RecordedWaits::CallsOn(clock).size() == 2; });
+    clock.SetAlarm("00:00:00+1");
+    clock.ResetAlarm();
+    EXPECT_EQ(m_Observer.alarms, 1);
+    EXPECT_EQ(RecordedWaits::Of(clock).size(), 2U) << "each for its whole time";
+}
+
 TEST_F(TOstelClockTest, AWaitThatEndsForAnyOtherReasonTellsNobody) {
     TOstelClock clock;
     clock.AddClockObserver(&m_Observer);
