@@ -13,12 +13,16 @@
 #include <string>
 
 #include "OrdinaryUser.h"
+#include "RecordingLog.h"
 #include "TempDir.h"
 
 // A temporary directory that every user may use, and the system's own view of what is in it.
 class FileUtilsTest : public testing::Test {
 protected:
     FileUtilsTest() { chmod(m_Dir.Path().c_str(), 0777); }
+    ~FileUtilsTest() override {
+        EXPECT_THAT(RecordingLog::Lines(), testing::IsEmpty()) << "results and errno tell it all";
+    }
 
     std::string File(const std::string& name) const { return m_Dir.File(name); }
 

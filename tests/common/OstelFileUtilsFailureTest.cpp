@@ -16,6 +16,9 @@ namespace {
 bool s_IsChmodRefused = false;
 bool s_DoesCloseFail = false;
 int s_OpendirCallsLeft = -1;  // -1: without end
+int s_ReadCallsLeft = -1;
+bool s_IsUnlinkRefused = false;
+int s_RefusedUnlinks = 0;
 
 }  // namespace
 
@@ -36,6 +39,26 @@ extern "C" OSTEL_API int close(int descriptor) {
         return -1;
     }
     return result;
+}
+
+extern "C" OSTEL_API ssize_t read(int descriptor, void* bytes, size_t length) {
+    if (s_ReadCallsLeft == 0) {
+        errno = EIO;
+        return -1;
+    }
+    s_ReadCallsLeft -= s_ReadCallsLeft > 0 ? 1 : 0;
+    static const auto next = reinterpret_cast<decltype(&read)>(dlsym(RTLD_NEXT, "read"));
+    return next(descriptor, bytes, length);
+}
+
+extern "C" OSTEL_API int unlink(const char* path) noexcept {
+    if (s_IsUnlinkRefused) {
+        ++s_RefusedUnlinks;
+        errno = EPERM;
+        return -1;
+    }
+    using TUnlink = int (*)(const char*);
+    return reinterpret_cast<TUnlink>(dlsym(RTLD_NEXT, "unlink"))(path);
 }
 
 extern "C" OSTEL_API DIR* opendir(const char* path) {
@@ -67,8 +90,35 @@ protected:
         s_IsChmodRefused = false;
         s_DoesCloseFail = false;
         s_OpendirCallsLeft = -1;
+        s_ReadCallsLeft = -1;
+        s_IsUnlinkRefused = false;
     }
 };
+
+TEST_F(FileUtilsFailure, AReadThatFailsKeepsWhatWasReadBefore) {
+    const std::string file = Put("file", std::string(20000, 'x'));
+    std::string text = "before";
+    s_ReadCallsLeft = 2;
+    EXPECT_FAILS(ReadFile(file, text), EIO);
+    EXPECT_EQ(text, std::string(16384, 'x'));
+}
+
+TEST_F(FileUtilsFailure, ACopyWhoseSourceFailsKeepsWhatWasCopiedBefore) {
+    const std::string file = Put("file", std::string(20000, 'x'));
+    s_ReadCallsLeft = 2;
+    EXPECT_FAILS(CopyFile(file, File("copy")), EIO);
+    EXPECT_EQ(GetSize(File("copy")), 16384U);
+}
+
+TEST_F(FileUtilsFailure, ARemovalStopsAtTheFirstFailure) {
+    Directory("d");
+    for (const char* const name : {"d/a", "d/b", "d/c"}) {
+        Put(name, "");
+    }
+    s_IsUnlinkRefused = true;
+    EXPECT_FAILS(RemoveDirectoryRecursive(File("d")), EPERM);
+    EXPECT_EQ(s_RefusedUnlinks, 1);
+}
 
 TEST_F(FileUtilsFailure, ExhaustedMemoryEndsARead) {
     const std::string file = Put("file", std::string(200000, 'x'));

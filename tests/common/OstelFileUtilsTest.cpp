@@ -309,6 +309,23 @@ TEST_F(OstelFileUtils, TheCurrentDirectoryIsTheLastChangedTo) {
     EXPECT_TRUE(ChangeDirectory(before));
 }
 
+TEST_F(OstelFileUtils, ACurrentDirectoryThatDoesNotFitIsTheEmptyText) {
+    const std::string before = std::filesystem::current_path().string();
+    const std::string name(200, 'x');
+    constexpr int levels = 21;  // more than 4096 characters
+    ASSERT_TRUE(ChangeDirectory(m_Dir.Path().string()));
+    for (int i = 0; i < levels; ++i) {
+        ASSERT_TRUE(CreateDirectory(name, 0700) && ChangeDirectory(name));
+    }
+    errno = 0;
+    EXPECT_EQ(GetCurrentDirectory(), "");
+    EXPECT_EQ(errno, ERANGE);
+    for (int i = 0; i < levels; ++i) {
+        ASSERT_TRUE(ChangeDirectory("..") && RemoveDirectory(name));
+    }
+    EXPECT_TRUE(ChangeDirectory(before));
+}
+
 TEST_F(OstelFileUtils, AvailableSpaceIsWhatOrdinaryUsersHave) {
     struct statvfs status = {};
     ASSERT_EQ(statvfs("/dev/shm", &status), 0) << "/dev/shm";

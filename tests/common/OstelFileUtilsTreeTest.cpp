@@ -174,6 +174,13 @@ TEST_F(CreateDirectoryRecursiveTest, MakesAllLevelsWithTheMode) {
     EXPECT_TRUE(std::filesystem::is_directory(File("a/b/d")));
 }
 
+// Its parent is made as "a", which "a/." then is already.
+TEST_F(CreateDirectoryRecursiveTest, FailsAtANameThatItsParentBringsAbout) {
+    EXPECT_FAILS(CreateDirectoryRecursive(File("a/."), 0755), EEXIST);
+    EXPECT_TRUE(std::filesystem::is_directory(File("a")));
+    EXPECT_TRUE(CreateDirectoryRecursive(File("a/."), 0755));
+}
+
 TEST_F(CreateDirectoryRecursiveTest, TakesAnythingOfThatNameForIt) {
     const std::string file = Put("a", "");
     EXPECT_TRUE(CreateDirectoryRecursive(file, 0755));

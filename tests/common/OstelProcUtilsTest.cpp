@@ -12,6 +12,7 @@
 
 #include "BinaryLayout.h"
 #include "NoProcesses.h"
+#include "RecordingLog.h"
 #include "TempDir.h"
 
 using OstelProcUtils::TProcess;
@@ -200,6 +201,7 @@ TEST(TProcess, TellsOfItsStatusesOnTheStandardErrorStream) {
     EXPECT_THAT(told, HasSubstr("[TProcess:Child]: Spawned! Executing 'sh'\n"));
     EXPECT_THAT(
         told, testing::EndsWith("[TProcess:Parent]: Child process terminated with status '512'\n"));
+    EXPECT_THAT(RecordingLog::Lines(), testing::IsEmpty());
 }
 
 TEST(TProcess, HasTheSignalThatKilledItForAStatus) {
@@ -279,10 +281,12 @@ TEST(TProcess, IsNotThereWhenTheSystemHasNoProcessLeft) {
     const TNoProcesses noProcesses;
     CaptureStderr();
     EXPECT_FALSE(process.Spawn(""));
+    EXPECT_EQ(PidOf(process), -1);
     process.Wait();
     EXPECT_EQ(GetCapturedStderr(),
               "[TProcess:Parent]: Failed to create a child process!\n"
               "[TProcess:Parent]: Child process terminated with status '-1'\n");
+    EXPECT_THAT(RecordingLog::Lines(), testing::IsEmpty());
 }
 
 TEST(TProcess, IsStartedOnce) {
