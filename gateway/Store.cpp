@@ -79,8 +79,7 @@ TStore::TStore(const std::string& path) : m_Path(path) {
         std::filesystem::create_directories(file.parent_path(), error);
     }
     const auto size = std::filesystem::file_size(file, error);
-    const bool isNew = error == std::errc::no_such_file_or_directory || (!error && size == 0);
-    if (!isNew) {
+    if (error != std::errc::no_such_file_or_directory && (error || size > 0)) {
         CheckHeader(path);
     }
     sqlite3* database = nullptr;
@@ -94,7 +93,7 @@ TStore::TStore(const std::string& path) : m_Path(path) {
     // answered.
     Execute("PRAGMA locking_mode=EXCLUSIVE");
     Execute("PRAGMA synchronous=EXTRA");
-    if (isNew) {
+    if (IsEmpty()) {
         Execute("BEGIN EXCLUSIVE; PRAGMA application_id=" + std::to_string(APPLICATION_ID) +
                 "; PRAGMA user_version=" + std::to_string(VERSION) +
                 "; CREATE TABLE parameters(name TEXT PRIMARY KEY, value TEXT NOT NULL) "
@@ -104,12 +103,16 @@ TStore::TStore(const std::string& path) : m_Path(path) {
     Check();
 }
 
+// Asked of the database, not of the file: what a first start that was killed has left in the file
+// is taken back when the database is read.
+bool TStore::IsEmpty() const {
+    TStatement pages(m_Database.get(), "PRAGMA page_count");
+    return pages.Step() == SQLITE_ROW && pages.Column(0) == "0";
+}
+
 void TStore::Check() const {
     TStatement check(m_Database.get(), "PRAGMA integrity_check(1)");
     const int result = check.Step();
-    if (result == SQLITE_BUSY) {
-        throw std::runtime_error(m_Path + ": in use by another gateway");
-    }
     if (result != SQLITE_ROW || check.Column(0) != "ok") {
         throw std::runtime_error(
             m_Path + ": damaged: " +
@@ -205,5 +208,7 @@ void TStore::Execute(const std::string& sql) const {
 }
 
 void TStore::Fail() const {
-    throw std::runtime_error(m_Path + ": " + sqlite3_errmsg(m_Database.get()));
+    const bool isInUse = sqlite3_errcode(m_Database.get()) == SQLITE_BUSY;
+    throw std::runtime_error(
+        m_Path + ": " + (isInUse ? "in use by another gateway" : sqlite3_errmsg(m_Database.get())));
 }

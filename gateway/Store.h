@@ -38,6 +38,7 @@ private:
     void Write(const TDataModel::TChanges& changes);
     void Execute(const std::string& sql) const;
     [[noreturn]] void Fail() const;
+    bool IsEmpty() const;
     void Check() const;
 
     std::string m_Path;
