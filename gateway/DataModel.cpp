@@ -179,10 +179,23 @@ TDataModel::TPlace TDataModel::FindParameter(const std::string& name, TView view
 }
 
 tOstelReturnCode TDataModel::Get(const std::string& name, TValues& values) const {
+    return Get(std::vector<std::string>{name}, values);
+}
+
+tOstelReturnCode TDataModel::Get(const std::vector<std::string>& names, TValues& values) const {
     const auto take = [&](const std::string& path, const std::string& value) {
         values.emplace_back(path, value);
     };
-    return TTreeReader(name, take, nullptr).Read(m_Schema.Root(), m_Root->objects.at(0));
+    std::size_t size = 0;
+    for (const std::string& name : names) {
+        TTreeReader reader(name, take, nullptr, size);
+        const tOstelReturnCode code = reader.Read(m_Schema.Root(), m_Root->objects.at(0));
+        if (code != RC_SUCCESS) {
+            return code;
+        }
+        size = reader.Size();
+    }
+    return RC_SUCCESS;
 }
 
 tOstelReturnCode TDataModel::GetTree(const std::string& object,

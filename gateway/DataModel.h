@@ -48,6 +48,8 @@ public:
     // Appends the committed values of a parameter, of everything below a partial path (which ends
     // in a point), or with "*" for path elements of all that match.
     tOstelReturnCode Get(const std::string& name, TValues& values) const;
+    // The same of each name, up to the first that is wrong. All of it has to fit into one reply.
+    tOstelReturnCode Get(const std::vector<std::string>& names, TValues& values) const;
 
     // Stages writes: all of them or, with a code, none.
     tOstelReturnCode Set(const TValues& writes);

@@ -4,10 +4,7 @@
 
 tOstelReturnCode TDispatcher::Read(const std::vector<std::string>& names, TOstelJsonObject& reply) {
     TDataModel::TValues values;
-    tOstelReturnCode code = RC_SUCCESS;
-    for (auto name = names.begin(); code == RC_SUCCESS && name != names.end(); ++name) {
-        code = m_Model.Get(*name, values);
-    }
+    const tOstelReturnCode code = m_Model.Get(names, values);
     if (code != RC_SUCCESS) {
         values.clear();
     }

@@ -30,11 +30,13 @@ bool Matches(std::string_view pattern, std::string_view name) {
 
 }  // namespace
 
-TTreeReader::TTreeReader(const std::string& name, TOnParameter onParameter, TOnObject onObject)
+TTreeReader::TTreeReader(const std::string& name, TOnParameter onParameter, TOnObject onObject,
+                         std::size_t size)
     : m_Name(name),
       m_Pattern(m_Name),
       m_OnParameter(std::move(onParameter)),
-      m_OnObject(std::move(onObject)) {}
+      m_OnObject(std::move(onObject)),
+      m_Size(size) {}
 
 tOstelReturnCode TTreeReader::Read(const TObjectDefinition& rootDefinition, const TObject& root) {
     Match(rootDefinition, root, 0);

@@ -18,11 +18,16 @@ public:
     using TOnObject = std::function<void(const std::string& path)>;
 
     // Either may be empty. Objects are told with a point at the end of their path, tables too.
-    TTreeReader(const std::string& name, TOnParameter onParameter, TOnObject onObject);
+    // `size` is what other names have put into the reply already.
+    TTreeReader(const std::string& name, TOnParameter onParameter, TOnObject onObject,
+                std::size_t size = 0);
 
     // RC_INVALID_PARAM_NAME when the model knows no such name, RC_BUFFER_OVERFLOW when all the
     // names and values would not fit into a reply.
     tOstelReturnCode Read(const TObjectDefinition& rootDefinition, const TObject& root);
+
+    // How much there is in the reply now.
+    std::size_t Size() const { return m_Size; }
 
 private:
     void Match(const TObjectDefinition& definition, const TObject& object, std::size_t position);
@@ -42,7 +47,7 @@ private:
     const TOnParameter m_OnParameter;
     const TOnObject m_OnObject;
     std::string m_Path;  // of where the reader stands
-    std::size_t m_Size = 0;
+    std::size_t m_Size;
     bool m_IsFound = false;
 };
 

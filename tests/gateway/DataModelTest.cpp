@@ -352,7 +352,6 @@ TEST_F(DataModel, FillsEveryTableAsFarAsItMayBe) {
 
 TEST_F(DataModel, AnAnswerHasALimit) {
     const std::string megabyte(1 << 20, 'x');
-    std::vector<unsigned int> ids;
     TSchema schema;
     schema.MakeObject("T.{i}.").Define(Param("V", megabyte));
     const TDataModel model(std::move(schema), 40);
@@ -361,6 +360,22 @@ TEST_F(DataModel, AnAnswerHasALimit) {
     EXPECT_LE(values.size(), 33U);
     values.clear();
     EXPECT_EQ(model.Get("T.40.V", values), RC_SUCCESS);
+    values.clear();
+    EXPECT_EQ(model.Get(TNames(1000, "T.1.V"), values), RC_BUFFER_OVERFLOW);
+    EXPECT_LE(values.size(), 33U);
+}
+
+TEST_F(DataModel, GivesAllOfSeveralNamesUpToTheFirstThatIsWrong) {
+    TValues values;
+    EXPECT_EQ(m_Model.Get(TNames{"Device.A.Text", "Device.AB", "Device.A.Text"}, values),
+              RC_SUCCESS);
+    EXPECT_THAT(values, ElementsAre(Pair("Device.A.Text", "old"), Pair("Device.AB", "beside"),
+                                    Pair("Device.A.Text", "old")));
+    values.clear();
+    EXPECT_EQ(m_Model.Get(TNames{"Device.AB", "Device.X", "Device.AB"}, values),
+              RC_INVALID_PARAM_NAME);
+    EXPECT_THAT(values, ElementsAre(Pair("Device.AB", "beside")));
+    EXPECT_EQ(m_Model.Get(TNames{}, values), RC_SUCCESS);
 }
 
 TEST_F(DataModel, RefusesInstancesThatCannotBe) {
