@@ -2,6 +2,19 @@
 
 #include <algorithm>
 
+namespace {
+
+// The parameter that counts the instances of a table stands beside the table.
+void CountInstances(TObject& object, const TObjectDefinition& definition, std::size_t child) {
+    const TObjectDefinition& table = *definition.children[child];
+    const std::size_t entries = definition.Parameter(table.entries);
+    if (table.isTable && entries != TObjectDefinition::NOT_THERE) {
+        object.values[entries] = std::to_string(object.children[child].Count(TView::COMMITTED));
+    }
+}
+
+}  // namespace
+
 TObject TObject::Make(const TObjectDefinition& definition) {
     TObject object;
     object.values.reserve(definition.parameters.size());
@@ -18,6 +31,7 @@ TObject TObject::Make(const TObjectDefinition& definition) {
         while (child.isTable && instances.objects.size() < child.minEntries) {
             instances.Make(child, instances.last + 1);
         }
+        CountInstances(object, definition, i);
     }
     return object;
 }
@@ -51,13 +65,9 @@ void TObject::Fill(const TObjectDefinition& definition, std::size_t fill) {
 
 void TObject::CountEntries(const TObjectDefinition& definition) {
     for (std::size_t i = 0; i < children.size(); ++i) {
-        const TObjectDefinition& child = *definition.children[i];
-        const std::size_t entries = definition.Parameter(child.entries);
-        if (child.isTable && entries != TObjectDefinition::NOT_THERE) {
-            values[entries] = std::to_string(children[i].Count(TView::COMMITTED));
-        }
+        CountInstances(*this, definition, i);
         for (auto& instance : children[i].objects) {
-            instance.second.CountEntries(child);
+            instance.second.CountEntries(*definition.children[i]);
         }
     }
 }

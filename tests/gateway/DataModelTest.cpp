@@ -232,6 +232,18 @@ TEST_F(DataModel, InstancesAreAddedInsideOfAddedOnes) {
     EXPECT_EQ(Value("Device.Host.11.PortNumberOfEntries"), "1");
 }
 
+TEST_F(DataModel, AnAddedInstanceCountsTheInnerOnesThatItComesWith) {
+    TSchema schema = ASchema();
+    schema.MakeObject("Device.Host.{i}.Port.{i}.").minEntries = 2;
+    m_Model = TDataModel(std::move(schema));
+    EXPECT_EQ(Value("Device.Host.10.PortNumberOfEntries"), "2");
+    Add("Device.Host.");
+    m_Model.Commit();
+    EXPECT_EQ(Value("Device.Host.11.PortNumberOfEntries"), "2");
+    EXPECT_TRUE(m_Model.RestoreInstance("Device.Host.12.", true));
+    EXPECT_EQ(Value("Device.Host.12.PortNumberOfEntries"), "2");
+}
+
 TEST_F(DataModel, ADeletedInstanceGoesAtTheCommit) {
     EXPECT_EQ(Set("Device.Host.2.Name", "lost"), RC_SUCCESS);
     EXPECT_EQ(Add("Device.Host.2.Port."), 1U);
