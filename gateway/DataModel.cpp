@@ -27,9 +27,11 @@ std::size_t SizeAt(const std::string& path, const TObjectDefinition& root, std::
 }
 
 void CheckSize(const TSchema& schema, std::size_t fill) {
-    std::size_t size = TObject::Size(schema.Root(), fill, LARGEST_TREE);
+    // An application may add an instance to a table that has none.
+    const std::size_t each = std::max<std::size_t>(fill, 1);
+    std::size_t size = TObject::Size(schema.Root(), each, LARGEST_TREE);
     for (const TSchema::TSeed& seed : schema.Seeds()) {
-        size = std::min(LARGEST_TREE, size + SizeAt(seed.path, schema.Root(), fill));
+        size = std::min(LARGEST_TREE, size + SizeAt(seed.path, schema.Root(), each));
     }
     if (size == LARGEST_TREE) {
         throw std::runtime_error("the model asks for too many instances: there is room for " +

@@ -206,6 +206,10 @@ TEST_F(ModelLoader, RefusesModelsThatAskForMoreInstancesThanFit) {
     EXPECT_THAT(Load(R"({"objects":[{"path":"D.T.{i}.","instances":[{"id":1},{"id":2},{"id":3}]},
                                     {"path":"D.T.{i}.U.{i}.","minEntries":5000000}]})"),
                 HasSubstr("the model asks for too many instances"));
+    // The table may be empty now, but the first instance that is added would be too large.
+    EXPECT_THAT(Load(R"({"objects":[{"path":"D.T.{i}.","access":"readWrite"},
+                                    {"path":"D.T.{i}.U.{i}.","minEntries":10000000}]})"),
+                HasSubstr("the model asks for too many instances"));
 }
 
 TEST_F(ModelLoader, SaysThatAFileCannotBeRead) {
