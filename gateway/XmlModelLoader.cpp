@@ -1,6 +1,7 @@
 #include "XmlModelLoader.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -48,6 +49,11 @@ public:
             Fail(document, "the document describes no model");
         }
         for (const pugi::xml_node& model : document.children("model")) {
+            if (const pugi::xml_node component = model.child("component")) {
+                Fail(component,
+                     "a <component> is left to be put in; only the flattened form of a model is "
+                     "understood");
+            }
             for (const pugi::xml_node& object : model.children("object")) {
                 ReadObject(object);
             }
@@ -90,7 +96,7 @@ private:
         }
         char* end = nullptr;
         const TParamType::TRangeEnd number = std::strtold(text, &end);
-        if (*end != '\0') {
+        if (*end != '\0' || !std::isfinite(number)) {
             Fail(node, std::string("\"") + name + "\" is not a number: \"" + text + "\"");
         }
         return number;
@@ -205,6 +211,9 @@ private:
         if (!m_Resolving.insert(name).second) {
             Fail(user, "the data type \"" + name + "\" is based on itself");
         }
+        if (m_Resolving.size() > MOST_BASES) {
+            Fail(user, "the data type \"" + name + "\" is one of too many in a row");
+        }
         TParamType type;
         const std::string base = node->second.attribute("base").value();
         if (base.empty()) {
@@ -300,6 +309,8 @@ private:
     }
 
     static constexpr std::size_t MOST_FIRST_ENTRIES = 1000;
+    // They are resolved by recursion. The standard's have less than a handful.
+    static constexpr std::size_t MOST_BASES = 64;
 
     std::string m_Path;
     std::string m_Text;  // for the lines of messages

@@ -243,6 +243,8 @@ TEST_F(XmlModelLoader, NamesFileLineAndCause) {
         {HEAD + TAIL, ":2: the document describes no model"},
         {HEAD + "<model>\n<object base=\"D.\"/></model>" + TAIL,
          ":4: <object> has no \"name\"; only the flattened form of a model is understood"},
+        {HEAD + "<model>\n<object name=\"D.\"/>\n<component ref=\"C\"/></model>" + TAIL,
+         ":5: a <component> is left to be put in; only the flattened form"},
         {HEAD + "<model>\n\n<object name=\"D\"/></model>" + TAIL, ":5: D: a path ends in a point"},
         {HEAD + "<model>\n<object name=\"D.\"><parameter name=\"P\"/></object></model>" + TAIL,
          ":4: P has no syntax"},
@@ -268,6 +270,11 @@ TEST_F(XmlModelLoader, NamesFileLineAndCause) {
         EXPECT_THAT(LoadText(one.text), HasSubstr(m_Dir.File("model.xml") + one.message))
             << one.text;
     }
+    for (const char* number : {"nan", "inf", "1e99999", "-inf"}) {
+        EXPECT_THAT(LoadText(HEAD + "<model>\n<object name=\"D.{i}.\" maxEntries=\"" + number +
+                             "\"/></model>" + TAIL),
+                    HasSubstr(":4: \"maxEntries\" is not a number: \"" + std::string(number)));
+    }
     EXPECT_THAT(LoadSyntax("<text/>"), HasSubstr(":4: no type is given"));
     EXPECT_THAT(LoadSyntax("<dataType ref=\"X\"/>"), HasSubstr(":4: unknown data type \"X\""));
     EXPECT_THAT(LoadSyntax("<int><range minInclusive=\"low\"/></int>"),
@@ -276,6 +283,20 @@ TEST_F(XmlModelLoader, NamesFileLineAndCause) {
                            "<dataType name=\"A\" base=\"B\"/>"
                            "<dataType name=\"B\" base=\"A\"/>"),
                 HasSubstr(":3: the data type \"A\" is based on itself"));
+}
+
+TEST_F(XmlModelLoader, RefusesTypesWithMoreBasesThanCanBeResolved) {
+    const auto chain = [](int length) {
+        std::string types = "<dataType name=\"T0\"><int/></dataType>\n";
+        for (int i = 1; i < length; ++i) {
+            types += "<dataType name=\"T" + std::to_string(i) + "\" base=\"T" +
+                     std::to_string(i - 1) + "\"/>\n";
+        }
+        return types;
+    };
+    EXPECT_EQ(LoadSyntax("<dataType ref=\"T63\"/>", chain(64)), "");
+    EXPECT_THAT(LoadSyntax("<dataType ref=\"T199999\"/>", chain(200000)),
+                HasSubstr(":199939: the data type \"T199935\" is one of too many in a row"));
 }
 
 TEST_F(XmlModelLoader, SurvivesDeepNesting) {
