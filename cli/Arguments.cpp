@@ -24,6 +24,14 @@ std::optional<TParams> Assignments(const std::vector<std::string>& arguments) {
     return params;
 }
 
+std::string Names(const TParams& params) {
+    std::string names;
+    for (const auto& param : params) {
+        names += (names.empty() ? "" : ", ") + param.name;
+    }
+    return names;
+}
+
 std::optional<std::string> ReadAll(const std::string& file) {
     std::ostringstream text;
     if (file == "-") {

@@ -15,6 +15,9 @@ using TParams = std::vector<TOstelApplication::TOstelAppParam>;
 // NAME=VALUE each. Tells of the first that is not, and then gives nothing.
 std::optional<TParams> Assignments(const std::vector<std::string>& arguments);
 
+// The names alone, for messages.
+std::string Names(const TParams& params);
+
 // The contents of a file; "-" is standard input. Tells when it cannot be read, and then gives
 // nothing.
 std::optional<std::string> ReadAll(const std::string& file);

@@ -29,14 +29,6 @@ bool IsActive(const std::string& name) {
     return active;
 }
 
-std::string Names(const TParams& params) {
-    std::string names;
-    for (const auto& param : params) {
-        names += (names.empty() ? "" : ", ") + param.name;
-    }
-    return names;
-}
-
 }  // namespace
 
 int Get(const std::vector<std::string>& names, bool json) {
@@ -68,7 +60,7 @@ int Set(const std::vector<std::string>& assignments, bool commit, bool json) {
         isSingle ? Application().SetParam(given->front().name, given->front().value, commit)
                  : Application().SetParamArray(*given, commit);
     if (code != RC_SUCCESS) {
-        return Output::Fail(Names(*given) + (isSingle ? "" : ": none is written"), code);
+        return Output::Fail(Arguments::Names(*given) + (isSingle ? "" : ": none is written"), code);
     }
     Output::PrintOk(json);
     return 0;

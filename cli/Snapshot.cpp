@@ -169,30 +169,17 @@ public:
 
     // The exit status.
     int Stage() {
-        TParams current;
-        const tOstelReturnCode code = Read(m_Snapshot.root, current);
+        const tOstelReturnCode code = ReadDevice();
         // An instance that is the root itself may be what is missing.
         if (code != RC_SUCCESS && code != RC_INVALID_PARAM_NAME) {
             return Output::Fail(m_Snapshot.root, code);
         }
-        for (const auto& param : current) {
-            m_Device.emplace(param.name, param.value);
-        }
-        m_DeviceInstances = InstancesIn(current);
-        AddKnownObjects();
         TStop stop;
         stop.Catch();
-        TProgress progress("staging " + m_Snapshot.root, m_Snapshot.params.size());
-        for (const auto& param : m_Snapshot.params) {
-            const int status = stop.Signal() != 0 ? Stopped(stop) : StageOne(param);
-            if (status != 0) {
-                TakeBack();
-                return status;
-            }
-            progress.Advance();
-        }
-        if (!m_Missing.empty() && m_Missing.size() == m_Snapshot.params.size()) {
-            return Output::Fail(m_Snapshot.root, RC_INVALID_PARAM_NAME);
+        const int status = StageValues(stop);
+        if (status != 0) {
+            TakeBack();
+            return status;
         }
         if (m_Exact) {
             DeleteOthers();
@@ -226,6 +213,17 @@ public:
     }
 
 private:
+    tOstelReturnCode ReadDevice() {
+        TParams current;
+        const tOstelReturnCode code = Read(m_Snapshot.root, current);
+        for (const auto& param : current) {
+            m_Device.emplace(param.name, param.value);
+        }
+        m_DeviceInstances = InstancesIn(current);
+        AddKnownObjects();
+        return code;
+    }
+
     // Instances without a single parameter are told by the tree only.
     void AddKnownObjects() {
         std::vector<std::string> names;
@@ -272,6 +270,24 @@ private:
         return m_Places[instance] = place;
     }
 
+    int StageValues(const TStop& stop) {
+        TProgress progress("staging " + m_Snapshot.root, m_Snapshot.params.size());
+        for (const auto& param : m_Snapshot.params) {
+            const int status = stop.Signal() != 0 ? Stopped(stop) : StageOne(param);
+            if (status != 0) {
+                return status;
+            }
+            progress.Advance();
+        }
+        if (stop.Signal() != 0) {
+            return Stopped(stop);
+        }
+        if (!m_Missing.empty() && m_Missing.size() == m_Snapshot.params.size()) {
+            return Output::Fail(m_Snapshot.root, RC_INVALID_PARAM_NAME);
+        }
+        return StageRefused();
+    }
+
     int StageOne(const TOstelApplication::TOstelAppParam& param) {
         const auto current = m_Device.find(param.name);
         if (current != m_Device.end() && current->second == param.value) {
@@ -292,8 +308,25 @@ private:
             }
         } else if (code == RC_INVALID_PARAM_NAME) {
             m_Missing.push_back(param.name);
+        } else if (code == RC_INVALID_PARAM_VALUE) {
+            m_Refused.push_back({*name, param.value});
         } else {
             return Output::Fail(*name, code);
+        }
+        return 0;
+    }
+
+    // A value that another instance has to give up first is right only together with the others.
+    int StageRefused() {
+        if (m_Refused.empty()) {
+            return 0;
+        }
+        const tOstelReturnCode code = Application().SetParamArray(m_Refused, false);
+        if (code != RC_SUCCESS) {
+            return Output::Fail(Arguments::Names(m_Refused), code);
+        }
+        for (const auto& param : m_Refused) {
+            m_Written.push_back(param.name);
         }
         return 0;
     }
@@ -325,11 +358,12 @@ private:
         }
     }
 
+    // In the opposite order, so that nothing is in the way of the values that were there before.
     void TakeBack() {
-        for (const std::string& name : m_Written) {
-            const auto old = m_Device.find(name);
+        for (auto name = m_Written.rbegin(); name != m_Written.rend(); ++name) {
+            const auto old = m_Device.find(*name);
             if (old != m_Device.end()) {
-                Application().SetParam(name, old->second, false);
+                Application().SetParam(*name, old->second, false);
             }
         }
         for (auto added = m_Added.rbegin(); added != m_Added.rend(); ++added) {
@@ -344,6 +378,7 @@ private:
     std::map<std::string, std::optional<std::string>> m_Places;  // of the file's instances
     std::vector<std::string> m_Written;
     std::vector<std::string> m_Added;
+    TParams m_Refused;
     std::vector<std::string> m_LeftAlone;
     std::vector<std::string> m_Missing;
     std::size_t m_Deleted = 0;

@@ -101,6 +101,44 @@ TEST_F(Snapshot, LoadTakesEverythingBackWhenAValueIsRefused) {
     EXPECT_EQ(Cli({"get", "Device."}).output, before);
 }
 
+// Aliases are unique: neither of the two can have its own again before the other.
+TEST_F(Snapshot, LoadRestoresUniqueKeysThatWereExchanged) {
+    const std::string first = "Device.IP.Interface.1.Alias";
+    const std::string second = "Device.IP.Interface.2.Alias";
+    const std::string ofFirst = Value(first);
+    const std::string ofSecond = Value(second);
+    ASSERT_NE(ofFirst, ofSecond);
+    const std::string file = Save("Device.IP.");
+    EXPECT_EQ(Cli({"set", first + "=" + ofSecond, second + "=" + ofFirst}).status, 0);
+    const TFinished load = Cli({"load", file});
+    EXPECT_EQ(load.status, 0) << load.errors;
+    EXPECT_EQ(load.output, "2 values written, 0 instances added, 0 deleted\n");
+    EXPECT_EQ(Cli({"diff", file}).output, "");
+}
+
+TEST_F(Snapshot, LoadTakesUniqueKeysBackThatHadMovedOn) {
+    const std::string first = "Device.IP.Interface.1.Alias";
+    const std::string second = "Device.IP.Interface.2.Alias";
+    const std::string file = Write(R"({"ROOT":"Device.","PARAMS":[
+        {"NAME":")" + first + R"(","VALUE":"free"},
+        {"NAME":")" + second + R"(","VALUE":")" +
+                                   Value(first) + R"("},
+        {"NAME":")" + LED + R"(Brightness","VALUE":"very"}]})");
+    const std::string before = Cli({"get", "Device."}).output;
+    EXPECT_EQ(Cli({"load", file}).status, 5);
+    EXPECT_EQ(Cli({"commit"}).status, 0);
+    EXPECT_EQ(Cli({"get", "Device."}).output, before);
+}
+
+TEST_F(Snapshot, LoadLeavesNoInstanceBehindWhenNothingOfItIsKnown) {
+    const std::string file = Write(R"({"ROOT":"Device.NAT.","PARAMS":[
+        {"NAME":")" + MAPPINGS + R"(77.Colour","VALUE":"red"}]})");
+    const std::string before = Cli({"instances", MAPPINGS}).output;
+    EXPECT_EQ(Cli({"load", file}).status, 4);
+    EXPECT_EQ(Cli({"commit"}).status, 0);
+    EXPECT_EQ(Cli({"instances", MAPPINGS}).output, before);
+}
+
 TEST_F(Snapshot, LoadAddsMissingInstancesUnderNewNumbers) {
     EXPECT_EQ(Cli({"add", MAPPINGS}).status, 0);
     const std::string ids = Cli({"instances", MAPPINGS}).output;

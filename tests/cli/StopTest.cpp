@@ -97,6 +97,21 @@ TEST_F(StopOfTheTool, TakesBackWhatLoadHasStaged) {
     EXPECT_EQ(m_Dispatcher.LastText("COMMIT"), "no request of COMMIT");
 }
 
+TEST_F(StopOfTheTool, TakesBackTheLastValueThatLoadHasStagedToo) {
+    const std::string file = m_Dir.File("snapshot.json");
+    std::ofstream(file) << R"({"ROOT":"D.","PARAMS":[{"NAME":"D.A","VALUE":"1"}]})";
+    m_Dispatcher.Answer("GET_PARAM", R"({"PARAMS":[{"NAME":"D.A","VALUE":"old"}]})");
+    m_Dispatcher.Answer("SET_PARAM", "{}", 0, TManner::KEEP_SILENT);
+    ChildProcess load({OSTELCLI, "load", file});
+    ASSERT_TRUE(m_Dispatcher.WaitForRequest("SET_PARAM"));
+    load.Signal(SIGINT);
+    m_Dispatcher.Answer("SET_PARAM", "{}", 0);
+    m_Dispatcher.Release();
+    EXPECT_EQ(load.Wait(), 128 + SIGINT);
+    EXPECT_EQ(m_Dispatcher.LastText("SET_PARAM"), R"({"NAME":"D.A","VALUE":"old","COMMIT":false})");
+    EXPECT_EQ(m_Dispatcher.LastText("COMMIT"), "no request of COMMIT");
+}
+
 TEST_F(StopOfTheTool, EndsLoadAtTheSecondSignal) {
     ChildProcess load({OSTELCLI, "load", SnapshotInTheMiddle()});
     ASSERT_TRUE(m_Dispatcher.WaitForRequest("SET_PARAM"));
