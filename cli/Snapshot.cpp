@@ -79,9 +79,15 @@ bool IsNumber(const std::string& element) {
     return !element.empty() && element.find_first_not_of("0123456789") == std::string::npos;
 }
 
+// A file can hold any name. One of more elements stands on no device, and has nothing to be placed.
+constexpr std::ptrdiff_t MOST_ELEMENTS = 128;
+
 // The paths of all instances that a name stands in, the outer ones first.
 std::vector<std::string> InstancesOf(const std::string& name) {
     std::vector<std::string> instances;
+    if (std::count(name.begin(), name.end(), '.') > MOST_ELEMENTS) {
+        return instances;
+    }
     std::size_t start = 0;
     for (std::size_t point = name.find('.'); point != std::string::npos;
          point = name.find('.', start)) {

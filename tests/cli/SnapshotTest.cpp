@@ -139,6 +139,22 @@ TEST_F(Snapshot, LoadLeavesNoInstanceBehindWhenNothingOfItIsKnown) {
     EXPECT_EQ(Cli({"instances", MAPPINGS}).output, before);
 }
 
+// The paths of all its instances would be gigabytes.
+TEST_F(Snapshot, LoadBearsANameOfEndlessInstances) {
+    if (OSTEL_SANITIZED) {
+        GTEST_SKIP() << "a sanitizer does not run in so little memory";
+    }
+    std::string name = "Device.";
+    for (int i = 0; i < 200000; ++i) {
+        name += "1.";
+    }
+    const std::string file =
+        Write(R"({"ROOT":"Device.NAT.","PARAMS":[{"NAME":")" + name + R"(","VALUE":""}]})");
+    const TFinished load = RunProgram(
+        {"sh", "-c", "ulimit -v 1000000; exec " + std::string(OSTELCLI) + " load " + file});
+    EXPECT_EQ(load.status, 4) << load.errors;
+}
+
 TEST_F(Snapshot, LoadAddsMissingInstancesUnderNewNumbers) {
     EXPECT_EQ(Cli({"add", MAPPINGS}).status, 0);
     const std::string ids = Cli({"instances", MAPPINGS}).output;
