@@ -39,8 +39,16 @@ std::vector<TOstelJsonObject> Sequence(const TOstelJsonObject& object, const std
     return elements;
 }
 
-std::vector<std::string> Texts(const TOstelJsonObject& object, const std::string& name) {
+std::vector<std::string> Texts(const TOstelJsonObject& object, const std::string& name,
+                               const std::string& place) {
     std::vector<std::string> texts;
+    if (!object.HasProperty(name)) {
+        return texts;
+    }
+    const auto type = object.GetSequenceType(name);
+    if (type != TOstelJsonObject::JSON_TYPE_STRING && type != TOstelJsonObject::JSON_TYPE_NULL) {
+        Fail(place, "\"" + name + "\" is not an array of texts");
+    }
     for (unsigned int i = 0; i < object.GetJsonArraySize(name); ++i) {
         texts.push_back(object.GetPropertyValue<std::string>(name, "", i));
     }
@@ -99,7 +107,7 @@ TParamType ReadType(const TOstelJsonObject& object, const std::string& place) {
     type.base = *base;
     AddLimits(type.ranges, Number(object, "minimum", place), Number(object, "maximum", place));
     AddLimits(type.sizes, Count(object, "minLength", place), Count(object, "maxLength", place));
-    type.enumeration = Texts(object, "enumeration");
+    type.enumeration = Texts(object, "enumeration", place);
     if (object.HasProperty("pattern")) {
         try {
             type.patterns.emplace_back(Text(object, "pattern", place));
@@ -137,8 +145,11 @@ void ReadTable(const TOstelJsonObject& object, const std::string& place, TObject
     }
     table.minEntries = Count(object, "minEntries", place).value_or(table.minEntries);
     table.maxEntries = Count(object, "maxEntries", place).value_or(table.maxEntries);
+    if (table.minEntries > table.maxEntries) {
+        Fail(place, "\"minEntries\" is above \"maxEntries\"");
+    }
     for (const TOstelJsonObject& key : Sequence(object, "uniqueKeys", place)) {
-        table.uniqueKeys.push_back(Texts(key, "parameters"));
+        table.uniqueKeys.push_back(Texts(key, "parameters", place));
         for (const std::string& name : table.uniqueKeys.back()) {
             if (table.Parameter(name) == TObjectDefinition::NOT_THERE) {
                 Fail(place, "a unique key names no parameter: \"" + name + "\"");
@@ -179,6 +190,12 @@ std::string InstancePath(const TOstelJsonObject& instance, const std::string& sc
 TSchema::TSeed ReadInstance(const TOstelJsonObject& instance, const std::string& schemaPath,
                             const std::string& place) {
     TSchema::TSeed seed{place, InstancePath(instance, schemaPath, place), {}};
+    if (!instance.HasProperty("values")) {
+        return seed;
+    }
+    if (instance.GetPropertyType("values") != TOstelJsonObject::JSON_TYPE_OBJECT) {
+        Fail(place, "\"values\" is not an object");
+    }
     const TOstelJsonObject values = instance.GetObjectRef("values");
     for (const std::string& name : values.GetProperties()) {
         seed.values.emplace_back(name, Text(values, name, place + " " + seed.path));
