@@ -41,8 +41,13 @@ std::string Sources(std::initializer_list<const char*> rooms) {
 // The formats of the lines, and the texts of the exceptions that are logged as they are.
 TTexts Logged() {
     const std::string sources = Sources({"application-lib", "common", "ipc-lib"});
-    TTexts texts = Matches(sources, R"re(ZT_LOG_LEVEL_(?:ERROR|WARNING),\s*"([^"]+)")re");
+    const char* const line = R"re(ZT_LOG_LEVEL_(?:ERROR|WARNING),\s*"([^"]+)")re";
+    TTexts texts = Matches(sources, line);
     texts.merge(Matches(sources, R"re((?:Fail|runtime_error)\(\s*"([^"]+)")re"));
+    // The gateway's exceptions end it, or are told to who asked.
+    TTexts gateway = Matches(Sources({"gateway"}), line);
+    gateway.erase("%s: %s");
+    texts.merge(gateway);
     texts.erase("%s");
     // The document has it without its document at the end.
     texts.erase("Remote Ostel has failed with '%s'. \\n\\n %s\\n");
