@@ -6,6 +6,9 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
+#include <regex>
+#include <sstream>
 
 #include "CliFixture.h"
 #include "RawPeer.h"
@@ -56,6 +59,16 @@ TEST_F(Ostelcli, SetCommitsUnlessToldNotTo) {
     EXPECT_EQ(Cli({"set", LED + "=OFF", "Device.Time.NTPServer3=a=b"}).status, 0);
     EXPECT_THAT(Cli({"get", LED}).output, HasSubstr("  OFF\n"));
     EXPECT_THAT(Cli({"get", "Device.Time.NTPServer3"}).output, HasSubstr("  a=b\n"));
+}
+
+TEST_F(Ostelcli, TellsProgramsThatItWasDone) {
+    const std::vector<std::vector<std::string>> commands = {
+        {"set", LED + "=BLINK"}, {"commit"}, {"event", "E", "data"}};
+    for (std::vector<std::string> command : commands) {
+        EXPECT_EQ(Cli(command).output, "") << command[0];
+        command.emplace_back("--json");
+        EXPECT_EQ(Cli(command).output, "{\"RESULT\":\"RC_SUCCESS\"}\n") << command[0];
+    }
 }
 
 TEST_F(Ostelcli, SetTellsWhatWasRefused) {
@@ -204,6 +217,27 @@ TEST(OstelcliAlone, RefusesAWrongCommandLine) {
     }
     EXPECT_THAT(Cli({"watch", "--count", "0"}).errors,
                 HasSubstr("0 is not a number of at least 1"));
+}
+
+TEST(Shell, HasBusGatewayAndToolAndLeavesNothingBehind) {
+    const TFinished shell = RunProgram(
+        {"env", std::string("OSTEL_BIN=") + OSTEL_BIN, OSTEL_SHELL},
+        "ostelcli get Device.DeviceInfo.SerialNumber\necho bus=$DBUS_SYSTEM_BUS_ADDRESS\n"
+        "echo programs=$(cat /proc/$PPID/task/$PPID/children)\nexit 3\n");
+    EXPECT_EQ(shell.status, 0) << shell.errors;
+    EXPECT_THAT(shell.output, HasSubstr("Device.DeviceInfo.SerialNumber  KV0123456789\n"));
+    std::smatch bus;
+    ASSERT_TRUE(std::regex_search(shell.output, bus, std::regex("bus=unix:path=(.*)/unit/")))
+        << shell.output;
+    EXPECT_FALSE(std::filesystem::exists(bus[1].str())) << bus[1];
+    std::smatch programs;
+    ASSERT_TRUE(std::regex_search(shell.output, programs, std::regex("programs=(.+)\n")));
+    std::istringstream pids(programs[1]);
+    int count = 0;
+    for (pid_t pid = 0; pids >> pid; ++count) {
+        EXPECT_EQ(kill(pid, 0), -1) << pid;
+    }
+    EXPECT_EQ(count, 3) << "bus, gateway and shell";
 }
 
 class Tour : public testing::Test {

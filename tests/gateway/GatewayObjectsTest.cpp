@@ -22,6 +22,13 @@ using TParams = std::vector<TParam>;
 const std::string HOSTS = "Device.Hosts.Host.";
 const std::string MAPPINGS = "Device.NAT.PortMapping.";
 
+TParam Param(const std::string& name, const std::string& value = "") {
+    TParam param;
+    param.name = name;
+    param.value = value;
+    return param;
+}
+
 class GatewayObjects : public Gateway {
 protected:
     std::vector<int> Ids(const std::string& table) {
@@ -34,13 +41,6 @@ protected:
         int id = 0;
         EXPECT_EQ(m_App.AddObject(table, id), RC_SUCCESS);
         return id;
-    }
-
-    static TParam Param(const std::string& name, const std::string& value = "") {
-        TParam param;
-        param.name = name;
-        param.value = value;
-        return param;
     }
 };
 
@@ -292,6 +292,23 @@ TEST_F(FullGateway, ServesEveryRequest) {
     std::vector<std::string> names;
     EXPECT_EQ(m_App.GetObjectTree("Device.", names), RC_SUCCESS);
     EXPECT_GT(names.size(), 90000U);
+    params = {Param("Parameter1", "7"), Param("Parameter3", "8")};
+    EXPECT_EQ(m_App.SetObject(inner + "9.", params, true), RC_SUCCESS);
+    EXPECT_EQ(m_App.GetObject(inner + "9.", params), RC_SUCCESS);
+    ASSERT_EQ(params.size(), 2U);
+    EXPECT_EQ(params[1].value, "8");
+    EXPECT_EQ(m_App.SetParamArray(
+                  {Param(inner + "9.Parameter1", "1"), Param(inner + "8.Parameter1", "2")}, true),
+              RC_SUCCESS);
+    EXPECT_EQ(Value(inner + "8.Parameter1"), "2");
+    std::unordered_map<std::string, std::vector<std::pair<int, int>>> map;
+    EXPECT_EQ(m_App.GetIndexMap(map), RC_SUCCESS);
+    RawPeer peer;
+    EXPECT_EQ(Request(peer, "SET_LONG_PARAM",
+                      R"({"NAME":")" + inner + R"(8.Parameter3","VALUE":"9","COMMIT":true})"),
+              (std::pair<std::string, int>("{}", 0)));
+    EXPECT_EQ(Request(peer, "GET_LONG_PARAM", R"({"NAME":")" + inner + R"(8.Parameter3"})"),
+              (std::pair<std::string, int>(R"({"VALUE":"9"})", 0)));
     int id = 0;
     EXPECT_EQ(m_App.AddObject(inner, id), RC_SUCCESS);
     EXPECT_EQ(id, 11);
