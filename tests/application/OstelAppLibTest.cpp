@@ -357,8 +357,14 @@ TEST_F(OstelAppLib, MayBeUsedByEightThreadsAtOnce) {
             ostelAppLibUnsubscribe();
             return true;
         },
-        [] { return ostelAppLibInit(OSTEL_KTA) == RC_SUCCESS && ostelAppLibTerm() == RC_SUCCESS; }};
+        [] {
+            const bool done =
+                ostelAppLibTerm() == RC_SUCCESS && ostelAppLibInit(OSTEL_KTA) == RC_SUCCESS;
+            TOstelApplication::GetInstance()->NotifyDataModelChangeObservers("Device.One", "1");
+            return done;
+        }};
     ASSERT_EQ(std::size(uses), 8U);
+    ASSERT_EQ(ostelAppLibInit(OSTEL_KTA), RC_SUCCESS);
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;
     for (const auto& use : uses) {
@@ -372,6 +378,7 @@ TEST_F(OstelAppLib, MayBeUsedByEightThreadsAtOnce) {
         thread.join();
     }
     EXPECT_EQ(failures, 0);
+    ostelAppLibTerm();
 }
 
 TEST(OstelAppLibAlone, FailsWithCodesBeforeInit) {
