@@ -6,7 +6,6 @@
 #include <openssl/ssl.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <future>
 #include <iterator>
 #include <string>
@@ -80,10 +79,6 @@ protected:
             errors.erase(std::remove(errors.begin(), errors.end(), text), errors.end());
         }
         return errors;
-    }
-
-    static std::ptrdiff_t OpenDescriptors() {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     }
 
     TOstelApplication& m_App = *TOstelApplication::GetInstance();

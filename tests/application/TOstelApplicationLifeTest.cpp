@@ -1,9 +1,9 @@
 // From construction to Initialize, and what the application answers to others.
-#include <filesystem>
 #include <thread>
 
 #include "ApplicationTest.h"
 #include "FaultyIpc.h"
+#include "Resources.h"
 #include "TOstelDataMapper.h"
 #include "WaitUntil.h"
 
@@ -126,10 +126,7 @@ TEST_F(TOstelApplicationStart, InitializeTakesItsStepsInTheirOrder) {
 
 // However many threads make their first calls at the same time.
 TEST_F(TOstelApplicationStart, InitializeIsDoneOnce) {
-    const auto threads = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
-    };
-    const auto before = threads();
+    const auto before = Resources::Threads();
     std::vector<std::thread> initializers;
     for (int i = 0; i < 4; ++i) {
         initializers.emplace_back([&] { m_App.Initialize(OSTEL_KTA); });
@@ -138,7 +135,7 @@ TEST_F(TOstelApplicationStart, InitializeIsDoneOnce) {
         initializer.join();
     }
     EXPECT_TRUE(m_App.IsInitialized());
-    EXPECT_TRUE(WaitUntil([&] { return threads() == before + 1; }));
+    EXPECT_TRUE(WaitUntil([&] { return Resources::Threads() == before + 1; }));
     EXPECT_THAT(RecordingLog::Calls(), ElementsAre("logInit KTA"));
     EXPECT_EQ(m_Dispatcher.Call("OSTEL_KTA", "IS_APP_ACTIVE", ""), 0);
 }

@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "RemoteTest.h"
+#include "Resources.h"
 #include "WaitUntil.h"
 
 namespace {
@@ -284,11 +285,11 @@ protected:
 TEST_F(TOstelApplicationRemoteLeaks, AThousandFailuresKeepNeitherDescriptorsNorMemory) {
     FailTimes(200);  // what is kept for good is there by then
     WaitForPeer();
-    const auto descriptors = OpenDescriptors();
+    const auto descriptors = Resources::Descriptors();
     const auto memory = mallinfo2().uordblks;
     FailTimes(1000);
     WaitForPeer();
-    EXPECT_EQ(OpenDescriptors(), descriptors);
+    EXPECT_EQ(Resources::Descriptors(), descriptors);
     // A TLS session takes 10 KB. The allocator's own stores may grow by some 200 KB, and the peer
     // keeps its requests, 100 bytes each; what is smaller than that is LeakSanitizer's to find.
     EXPECT_LT(mallinfo2().uordblks, memory + 400000);

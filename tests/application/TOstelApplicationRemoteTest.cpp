@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include "RemoteTest.h"
+#include "Resources.h"
 
 namespace {
 
@@ -144,11 +145,11 @@ TEST_F(TOstelApplicationRemote, ASocketThatTakesNoOptionIsClosedUnused) {
     const TlsPeer peer({}, TlsPeer::Framed(OK_REPLY));
     SocketCalls::Clear();
     SocketCalls::FailOption(SOL_SOCKET, SO_REUSEADDR);
-    const auto before = OpenDescriptors();
+    const auto before = Resources::Descriptors();
     EXPECT_FALSE(Perform(peer.Host()));
     EXPECT_THAT(ErrorsButPlainText(), ElementsAre("setsockopt is failed"));
     EXPECT_THAT(SocketCalls::Connects(), IsEmpty());
-    EXPECT_EQ(OpenDescriptors(), before);
+    EXPECT_EQ(Resources::Descriptors(), before);
 }
 
 TEST_F(TOstelApplicationRemote, TheRepetitionsAreNoConditionOfTheRequest) {

@@ -10,8 +10,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <new>
 #include <system_error>
@@ -20,6 +18,7 @@
 #include "ChildProcess.h"
 #include "RecordingLog.h"
 #include "RemoteProtocol.h"
+#include "Resources.h"
 #include "ScarceThreads.h"
 #include "TlsPeer.h"
 #include "WaitUntil.h"
@@ -28,17 +27,6 @@ namespace {
 
 using std::chrono::milliseconds;
 using testing::HasSubstr;
-
-// Of this process, in KiB.
-int PeakMemory() {
-    std::ifstream status("/proc/self/status");
-    std::string word;
-    while (status >> word && word != "VmHWM:") {
-    }
-    int size = 0;
-    EXPECT_TRUE(status >> size);
-    return size;
-}
 
 class RemoteService : public testing::Test {
 protected:
@@ -86,10 +74,6 @@ protected:
         const void* const plain = &address;
         EXPECT_EQ(connect(connected, static_cast<const sockaddr*>(plain), sizeof address), 0);
         return connected;
-    }
-
-    static std::ptrdiff_t OpenDescriptors() {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     }
 
     // Whether the service ends the connection.
@@ -151,7 +135,7 @@ TEST_F(RemoteService, AnswersWhatIsNoDocumentAsMalformed) {
 
 TEST_F(RemoteService, TakesNoMoreThanItsLimitOfBlanks) {
     Start();
-    const int before = PeakMemory();
+    const int before = Resources::Memory("VmHWM:");
     ChildProcess client(
         {"sh", "-c",
          "head -c 1000000000 /dev/zero | tr '\\0' ' ' | openssl s_client -quiet -connect " +
@@ -159,7 +143,7 @@ TEST_F(RemoteService, TakesNoMoreThanItsLimitOfBlanks) {
              "ostel.key.pem -CAfile " + m_Unit + "ostelRoot.cert.pem; true"});
     EXPECT_EQ(client.Wait(), 0);
     EXPECT_EQ(m_Requests, 1);
-    EXPECT_LT(PeakMemory() - before, 32 << 10);
+    EXPECT_LT(Resources::Memory("VmHWM:") - before, 32 << 10);
 }
 
 TEST_F(RemoteService, WantsACertificateOfTheRoot) {
@@ -268,7 +252,7 @@ TEST_F(RemoteService, SurvivesAThousandSilentConnectionsAtOnce) {
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
     // Enough for a handshake, also when the machine is busy.
     Start(milliseconds(OSTEL_SANITIZED ? 400 : 100));
-    const auto before = OpenDescriptors();
+    const auto before = Resources::Descriptors();
     std::vector<int> idle(1000);
     for (int& connected : idle) {
         connected = ConnectPlainly();
@@ -278,7 +262,7 @@ TEST_F(RemoteService, SurvivesAThousandSilentConnectionsAtOnce) {
         close(connected);
     }
     EXPECT_TRUE(WaitUntil([&] { return Ask("{}", m_Unit) == "{}"; }));
-    EXPECT_TRUE(WaitUntil([&] { return OpenDescriptors() == before; }));
+    EXPECT_TRUE(WaitUntil([&] { return Resources::Descriptors() == before; }));
 }
 
 TEST_F(RemoteService, KeepsNothingOfPeersThatSendGarbageOrLeave) {
@@ -295,14 +279,14 @@ TEST_F(RemoteService, KeepsNothingOfPeersThatSendGarbageOrLeave) {
             close(connected);
         }
     };
-    const auto before = OpenDescriptors();
+    const auto before = Resources::Descriptors();
     // The first ones fill the caches of the C library and of OpenSSL.
     fail(200);
-    const int memory = PeakMemory();
+    const int memory = Resources::Memory("VmHWM:");
     fail(1000);
-    EXPECT_TRUE(WaitUntil([&] { return OpenDescriptors() == before; }));
+    EXPECT_TRUE(WaitUntil([&] { return Resources::Descriptors() == before; }));
     // The sanitizers keep what was freed, and look for leaks themselves.
-    EXPECT_LT(PeakMemory() - memory, OSTEL_SANITIZED ? 1 << 20 : 4 << 10);
+    EXPECT_LT(Resources::Memory("VmHWM:") - memory, OSTEL_SANITIZED ? 1 << 20 : 4 << 10);
     EXPECT_EQ(Ask("{}", m_Unit), "{}");
 }
 

@@ -1,9 +1,9 @@
 // Several threads at once: who waits, and who must not be kept waiting.
-#include <filesystem>
 #include <thread>
 
 #include "ChildProcess.h"
 #include "DBusFixture.h"
+#include "Resources.h"
 #include "ScriptedDispatcher.h"
 
 namespace {
@@ -185,9 +185,6 @@ TEST_F(DBusWorkers, ServeTheNewNameThatACallbackGives) {
 
 // However often callbacks do so; threads that left their loops would stay behind otherwise.
 TEST_F(DBusWorkers, StayAsManyWhenCallbacksStopAndRun) {
-    const auto threads = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
-    };
     m_Ipc.Configure({4, 60, false});
     std::atomic<int> calls{0};
     TCallHandler restart([&](const std::string&, std::string&) {
@@ -202,7 +199,7 @@ TEST_F(DBusWorkers, StayAsManyWhenCallbacksStopAndRun) {
     m_Ipc.AddMethodHandler("RESTART", &restart);
     m_Ipc.AddMethodHandler("RENAME", &rename);
     RawPeer peer;
-    const auto without = threads();
+    const auto without = Resources::Threads();
     m_Ipc.Run();
     for (int i = 0; i < 20; ++i) {
         EXPECT_EQ(CallAs(peer, "OSTEL_KTA", "RESTART", "").second, i + 1);
@@ -210,9 +207,10 @@ TEST_F(DBusWorkers, StayAsManyWhenCallbacksStopAndRun) {
     for (int i = 0; i < 10; ++i) {
         EXPECT_EQ(CallAs(peer, i % 2 == 0 ? "OSTEL_KTA" : "OSTEL_MVA", "RENAME", "").second, 0);
     }
-    EXPECT_TRUE(WaitUntil([&] { return threads() == without + 4; })) << threads() - without;
+    EXPECT_TRUE(WaitUntil([&] { return Resources::Threads() == without + 4; }))
+        << Resources::Threads() - without;
     m_Ipc.Stop();
-    EXPECT_EQ(threads(), without);
+    EXPECT_EQ(Resources::Threads(), without);
 }
 
 TEST_F(DBusWorkers, AreWokenWhenTheNameChanges) {

@@ -1,0 +1,39 @@
+#ifndef RESOURCES_H
+#define RESOURCES_H
+
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+// What a process holds of the system.
+namespace Resources {
+
+inline std::ptrdiff_t Descriptors(pid_t process = getpid()) {
+    return std::distance(
+        std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/fd"), {});
+}
+
+inline std::ptrdiff_t Threads(pid_t process = getpid()) {
+    return std::distance(
+        std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task"), {});
+}
+
+// In KiB, as the kernel counts it under that word: "VmRSS:" now, "VmHWM:" at the most until now.
+inline int Memory(const std::string& word, pid_t process = getpid()) {
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    std::string read;
+    while (status >> read && read != word) {
+    }
+    int size = 0;
+    status >> size;
+    return size;
+}
+
+}  // namespace Resources
+
+#endif
