@@ -35,6 +35,9 @@ DBusMessage* ScriptedDispatcher::AnswerTo(DBusMessage* call) {
     switch (script.manner) {
         case TManner::ANSWER:
             return RawPeer::NewReply(call, script.text, script.code);
+        case TManner::ANSWER_TWICE:
+            m_Peer.Send(RawPeer::NewReply(call, script.text, script.code));
+            return RawPeer::NewReply(call, script.text, script.code);
         case TManner::ANSWER_TEXT: {
             DBusMessage* const answer = dbus_message_new_method_return(call);
             AppendText(answer, script.text);

@@ -14,6 +14,7 @@ class ScriptedDispatcher {
 public:
     enum class TManner {
         ANSWER,        // with the text and the code
+        ANSWER_TWICE,  // with the text and the code, and with them once more
         ANSWER_TEXT,   // with the text alone
         ANSWER_ERROR,  // with a bus error of that text
         KEEP_SILENT,   // until Release, which answers with the text and the code
