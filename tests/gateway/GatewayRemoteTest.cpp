@@ -7,11 +7,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "CertificateMaker.h"
-#include "ChildProcess.h"
-#include "GatewayFixture.h"
+#include "GatewayRemoteFixture.h"
 #include "TOstelJsonObject.h"
-#include "TlsPeer.h"
 #include "WaitUntil.h"
 
 namespace {
@@ -21,54 +18,6 @@ using testing::StartsWith;
 using TParams = std::vector<TOstelApplication::TOstelAppParam>;
 
 const std::string LED = "Device.X_KAVEN_COM_General.LED.State";
-
-// Made before the gateway, which needs them.
-struct TRemoteFiles {
-    TRemoteFiles() : unit(certificates.Unit("gateway")) {
-        std::filesystem::create_directories(directory.Path() / "files");
-        std::ofstream(directory.File("files/log.txt")) << "the log\n";
-        std::ofstream(directory.File("secret")) << "secret\n";
-        std::ofstream(directory.File("files/most")) << std::string(1048575, 'x');
-        std::ofstream(directory.File("files/more")) << std::string(1048576, 'x');
-    }
-
-    CertificateMaker certificates;
-    std::string unit;
-    TempDir directory;
-    std::string host = TlsPeer::FreeHost();
-};
-
-class GatewayRemote : private TRemoteFiles, public Gateway {
-protected:
-    GatewayRemote()
-        : Gateway({"--remote-address", host, "--certs", unit, "--files", directory.File("files")}),
-          m_Host(host),
-          m_Unit(certificates.Unit("application")) {
-        EXPECT_TRUE(m_App.EnableSecureRemote(m_Unit + "ostel.cert.pem", m_Unit + "ostel.key.pem",
-                                             m_Unit + "ostelRoot.cert.pem"));
-    }
-
-    // A request as it goes over the connection: the document of its answer.
-    std::string Ask(const std::string& request, const std::vector<std::string>& more = {}) const {
-        std::vector<std::string> command = {"openssl",
-                                            "s_client",
-                                            "-quiet",
-                                            "-connect",
-                                            m_Host + ":42042",
-                                            "-cert",
-                                            m_Unit + "ostel.cert.pem",
-                                            "-key",
-                                            m_Unit + "ostel.key.pem",
-                                            "-CAfile",
-                                            m_Unit + "ostelRoot.cert.pem"};
-        command.insert(command.end(), more.begin(), more.end());
-        const std::string answer = RunProgram(command, request).output;
-        return answer.size() > 8 ? answer.substr(8) : "no answer";
-    }
-
-    const std::string m_Host;
-    const std::string m_Unit;
-};
 
 TEST_F(GatewayRemote, ReadsWritesAndCommits) {
     TParams params;

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "GatewayFixture.h"
+#include "LongTests.h"
 #include "TOstelJsonObject.h"
 #include "WaitUntil.h"
 
@@ -212,7 +213,7 @@ TEST_F(Gateway, ACommitIsWholeWheneverTheGatewayIsKilled) {
     const std::string second = "Device.Time.NTPServer5";
     std::string committed;
     std::atomic<int> attempt{0};
-    for (int round = 0; round < 20; ++round) {
+    for (int round = 0; round < Rounds(20, 200); ++round) {
         // At another moment in each round, once writing has begun.
         std::thread killer([&, begin = attempt.load()] {
             EXPECT_TRUE(WaitUntil([&] { return attempt > begin + 1; }));
