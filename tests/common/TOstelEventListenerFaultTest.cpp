@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <new>
 #include <string>
 #include <typeinfo>
@@ -85,6 +86,30 @@ TEST(TOstelEventListenerFault, AnEventWithoutANameEndsTheFillingButNotTheConstru
     }
     EXPECT_THAT(observer.told,
                 ElementsAre("EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT", "state 0", "state 1"));
+}
+
+// The name is kept from its first use on, so that this takes a process of its own.
+TEST(TOstelEventListenerFault, AnInstallAttemptThatHasNoNameYetIsDroppedAndTheNextOneIsTold) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto program = [] {
+        TObserver observer;
+        TOstelEventListener listener;
+        listener.AddObserver(&observer);
+        TOstelDataMapper::TEnumMapping<tOstelPltEventType> none{
+            {EVENT_TYPE_CLIENT_CONNECTED, "EVENT_TYPE_CLIENT_CONNECTED"}};
+        {
+            const TOtherPlatformEvents others(none);
+            listener.OnEvent("EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT", "{}");
+        }
+        EXPECT_THAT(observer.told, IsEmpty());
+        EXPECT_THAT(RecordingLog::Texts(2),
+                    ElementsAre("[TOstelDataMapper] Can't find string for enum "
+                                "(tOstelPltEventType) value: 6"));
+        listener.OnEvent("EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT", "{}");
+        EXPECT_THAT(observer.told, ElementsAre("EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT"));
+        std::exit(testing::Test::HasFailure() ? 1 : 0);
+    };
+    EXPECT_EXIT(program(), testing::ExitedWithCode(0), "");
 }
 
 TEST(TOstelEventListenerFault, AConstructionWithoutMemoryThrowsAndLeavesNothing) {

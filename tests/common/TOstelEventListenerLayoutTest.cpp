@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "BinaryLayout.h"
+#include "TOstelDataMapper.h"
 #include "TOstelEventListener.h"
 #include "tOstelTypes.h"
 
@@ -102,6 +103,16 @@ TEST(TOstelEventListenerLayout, KeepsTheOrderOfItsMembers) {
     EXPECT_EQ(OffsetOf(TClientObservers()), table + 2 * set);
     EXPECT_EQ(OffsetOf(TDataModelObservers()), table + 3 * set);
     EXPECT_EQ(sizeof(TOstelEventListener), table + 4 * set);
+}
+
+TEST(TOstelEventListenerLayout, WorksWithTheMapperAndTheIpcInstanceOfTheProcess) {
+    const TOstelEventListener listener;
+    const auto* const start =
+        reinterpret_cast<const char*>(static_cast<const TOstelCommon*>(&listener));
+    EXPECT_EQ(*reinterpret_cast<TOstelDataMapper* const*>(start + OffsetOf(TMapper())),
+              TOstelDataMapper::GetInstance());
+    EXPECT_EQ(*reinterpret_cast<TOstelIpc* const*>(start + OffsetOf(TIpc())),
+              getOstelIpcInstance());
 }
 
 #ifdef __i386__

@@ -4,6 +4,9 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -84,6 +87,36 @@ TEST(TOstelEventListenerObservers, AreToldWithTheLockHeld) {
     listener.NotifyCpeClientStateObservers(TState::CONNECTED, "m", "h");
     listener.NotifyDataModelChangeObservers("n", "v");
     EXPECT_THAT(listener.locked, ElementsAre(true, true, true));
+}
+
+// Whoever has removed its observer may destroy it at once.
+TEST(TOstelEventListenerObservers, NeitherComeNorGoNorAreToldWhileAnotherThreadHasTheLock) {
+    struct TObserver : IOstelObserver, IOstelCpeClientStateObserver, IOstelDataModelChangeObserver {
+        void OnEvent(const std::string&, const std::string&) override {}
+        void OnCpeClientStateChanged(TOstelCpeClientState, const std::string&,
+                                     const std::string&) override {}
+        void OnDataModelParamChanged(const std::string&, const std::string&) override {}
+    } observer;
+    struct TDerived : TOstelEventListener {
+        using TOstelEventListener::m_ObserverMutex;
+    } listener;
+    const std::array<std::function<void()>, 9> operations = {
+        [&] { listener.AddObserver(&observer); },
+        [&] { listener.AddCpeClientStateObserver(&observer); },
+        [&] { listener.AddDataModelChangeObserver(&observer); },
+        [&] { listener.NotifyObservers("n", "d"); },
+        [&] { listener.NotifyCpeClientStateObservers(TState::CONNECTED, "m", "h"); },
+        [&] { listener.NotifyDataModelChangeObservers("n", "v"); },
+        [&] { listener.RemoveObserver(&observer); },
+        [&] { listener.RemoveCpeClientStateObserver(&observer); },
+        [&] { listener.RemoveDataModelChangeObserver(&observer); }};
+    for (std::size_t i = 0; i < operations.size(); ++i) {
+        std::unique_lock<std::mutex> lock(listener.m_ObserverMutex);
+        const auto done = std::async(std::launch::async, operations.at(i));
+        EXPECT_EQ(done.wait_for(std::chrono::milliseconds(30)), std::future_status::timeout) << i;
+        lock.unlock();
+        EXPECT_EQ(done.wait_for(std::chrono::seconds(10)), std::future_status::ready) << i;
+    }
 }
 
 TEST(TOstelEventListenerObservers, ComeAndGoFromManyThreadsWhileEventsArrive) {

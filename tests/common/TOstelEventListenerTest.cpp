@@ -246,6 +246,17 @@ TEST_F(TOstelEventListenerTest, OnlyTheInstallAttemptIsPassedOnAsAGeneralEvent) 
     EXPECT_TRUE(NobodyWasTold());
 }
 
+TEST_F(TOstelEventListenerTest, TheInstallAttemptIsKnownByEachByteOfItsName) {
+    using namespace std::string_literals;
+    const std::string attempt = INSTALL_ATTEMPT;
+    for (const std::string& name :
+         {""s, attempt.substr(1), attempt.substr(0, attempt.size() - 1), attempt + " ",
+          attempt + "\0"s, "event_type_sw_update_install_attempt"s}) {
+        m_Listener.OnOstelEvent(name, R"({"URL":"u"})");
+    }
+    EXPECT_TRUE(NobodyWasTold());
+}
+
 TEST_F(TOstelEventListenerTest, AClientEventOfAnUnknownNameIsLoggedAndDropped) {
     m_Listener.OnCpeClientStateChange("NO_SUCH_EVENT", R"({"MAC_ADDRESS":"m"})");
     EXPECT_TRUE(NobodyWasTold());
