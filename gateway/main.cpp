@@ -1,4 +1,5 @@
 // The development gateway: serves a data model on any PC, as the dispatcher of a device does.
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
@@ -44,6 +45,27 @@ std::string DefaultModelFile() {
     std::error_code error;
     const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
     return (program.parent_path().parent_path() / "share/ostel/models/home-gateway.json").string();
+}
+
+// What is printed must not go into the state or a connection, which would take the place of a
+// standard stream that the caller closed. The library opens some before this program begins, so
+// that the places can be held only in a new start. They are held by what can neither be read nor
+// written.
+void HoldStandardPlaces(char** argv) {
+    bool areHeld = false;
+    for (const int place : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        const int flags = fcntl(place, F_GETFD);
+        // What came from the caller has outlived an exec.
+        if (flags != -1 && (flags & FD_CLOEXEC) == 0) {
+            continue;
+        }
+        const int null =
+            open("/dev/null", (place == STDIN_FILENO ? O_WRONLY : O_RDONLY) | O_CLOEXEC);
+        areHeld = null != -1 && dup2(null, place) == place && fcntl(place, F_SETFD, 0) == 0;
+    }
+    if (areHeld) {
+        execv("/proc/self/exe", argv);
+    }
 }
 
 // Blocked before any thread starts, so that all of them inherit it and only Wait takes them.
@@ -231,6 +253,7 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    HoldStandardPlaces(argv);
     // A peer that is gone is told by a failed write.
     signal(SIGPIPE, SIG_IGN);
     try {

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -268,6 +269,33 @@ TEST_F(Gateway, ASecondOneOnTheSameStateIsRefused) {
     EXPECT_EQ(second.status, 1);
     EXPECT_EQ(second.errors,
               "ostel-gateway: " + m_Gateway.StateFile() + ": in use by another gateway\n");
+}
+
+// What it prints must reach neither the state file nor a connection.
+TEST(GatewayStart, PutsNothingInThePlaceOfClosedStandardStreams) {
+    const PrivateBus bus;
+    TempDir dir;
+    TOstelApplication& app = *TOstelApplication::GetInstance();
+    app.Initialize(OSTEL_CLI);
+    const struct {
+        const char* redirections;
+        std::vector<int> closed;
+    } cases[] = {{"<&-", {0}}, {">&-", {1}}, {"2>&-", {2}}, {"<&- >&- 2>&-", {0, 1, 2}}};
+    for (const auto& one : cases) {
+        const ChildProcess gateway(
+            {"sh", "-c",
+             "exec " OSTEL_GATEWAY " --state " + dir.File("state") + " " + one.redirections});
+        std::string value;
+        ASSERT_TRUE(WaitUntil([&] { return app.GetParam(LED, value) == RC_SUCCESS; }))
+            << one.redirections;
+        EXPECT_EQ(app.SetParam(LED, value == "BLINK" ? "PULSE" : "BLINK", true), RC_SUCCESS);
+        for (const int place : one.closed) {
+            EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(gateway.Pid()) +
+                                                    "/fd/" + std::to_string(place)),
+                      "/dev/null")
+                << one.redirections << " " << place;
+        }
+    }
 }
 
 TEST(GatewayStart, RefusesADamagedStateWithAMessage) {
