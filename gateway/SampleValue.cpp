@@ -141,23 +141,32 @@ std::vector<std::string> Candidates(const TParamType& type) {
     for (const TParamType::TPattern& pattern : type.patterns) {
         candidates.push_back(TPatternWriter(pattern.text).Write());
     }
-    for (const TParamType::TSize& size : type.sizes) {
-        const std::size_t length = std::min(size.minimum.value_or(0), LONGEST);
-        candidates.emplace_back(length, '0');
-        candidates.emplace_back(2 * length, '0');            // in hexadecimal digits
-        candidates.emplace_back((length + 2) / 3 * 4, 'A');  // in Base64
-    }
     return candidates;
+}
+
+std::vector<std::string> CandidatesOf(const TParamType::TSize& size) {
+    const std::size_t length = std::min(size.minimum.value_or(0), LONGEST);
+    return {std::string(length, '0'), std::string(2 * length, '0'),  // in hexadecimal digits
+            std::string((length + 2) / 3 * 4, 'A')};                 // in Base64
+}
+
+std::optional<std::string> FirstAllowed(const std::vector<std::string>& candidates,
+                                        const TParamType& type) {
+    const auto found =
+        std::find_if(candidates.begin(), candidates.end(),
+                     [&](const std::string& candidate) { return type.Allows(candidate); });
+    return found != candidates.end() ? std::optional<std::string>(type.Canonical(*found))
+                                     : std::nullopt;
 }
 
 std::optional<std::string> SampleItem(TParamType type) {
     type.list.reset();
-    for (const std::string& candidate : Candidates(type)) {
-        if (type.Allows(candidate)) {
-            return type.Canonical(candidate);
-        }
+    std::optional<std::string> item = FirstAllowed(Candidates(type), type);
+    // Those of all sizes at once could be more than there is memory for.
+    for (auto size = type.sizes.begin(); !item && size != type.sizes.end(); ++size) {
+        item = FirstAllowed(CandidatesOf(*size), type);
     }
-    return std::nullopt;
+    return item;
 }
 
 }  // namespace

@@ -124,24 +124,37 @@ private:
         return true;
     }
 
+    // What is said of a type in elements of one kind.
+    std::vector<pugi::xml_node> Facets(const pugi::xml_node& node, const char* kind) const {
+        std::vector<pugi::xml_node> facets;
+        for (const pugi::xml_node& facet : node.children(kind)) {
+            if (facets.size() == MOST_FACETS) {
+                Fail(facet,
+                     "one type has more than " + std::to_string(MOST_FACETS) + " <" + kind + ">");
+            }
+            facets.push_back(facet);
+        }
+        return facets;
+    }
+
     // What a derived type says of a kind replaces what its base says of it.
     void ReadFacets(const pugi::xml_node& node, TParamType& type) const {
         if (node.child("size")) {
             type.sizes.clear();
         }
-        for (const pugi::xml_node& size : node.children("size")) {
+        for (const pugi::xml_node& size : Facets(node, "size")) {
             type.sizes.push_back({Count(size, "minLength"), Count(size, "maxLength")});
         }
         if (node.child("range")) {
             type.ranges.clear();
         }
-        for (const pugi::xml_node& range : node.children("range")) {
+        for (const pugi::xml_node& range : Facets(node, "range")) {
             type.ranges.push_back({Number(range, "minInclusive"), Number(range, "maxInclusive")});
         }
         if (node.child("enumeration")) {
             type.enumeration.clear();
         }
-        for (const pugi::xml_node& value : node.children("enumeration")) {
+        for (const pugi::xml_node& value : Facets(node, "enumeration")) {
             if (!IsLeftOut(value)) {
                 type.enumeration.emplace_back(value.attribute("value").value());
             }
@@ -149,7 +162,7 @@ private:
         if (node.child("pattern")) {
             type.patterns.clear();
         }
-        for (const pugi::xml_node& pattern : node.children("pattern")) {
+        for (const pugi::xml_node& pattern : Facets(node, "pattern")) {
             ReadPattern(pattern, type);
         }
     }
@@ -311,6 +324,8 @@ private:
     static constexpr std::size_t MOST_FIRST_ENTRIES = 1000;
     // They are resolved by recursion. The standard's have less than a handful.
     static constexpr std::size_t MOST_BASES = 64;
+    // Each parameter of the type has them all. The standard's have some dozens.
+    static constexpr std::size_t MOST_FACETS = 1000;
 
     std::string m_Path;
     std::string m_Text;  // for the lines of messages

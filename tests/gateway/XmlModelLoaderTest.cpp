@@ -299,6 +299,29 @@ TEST_F(XmlModelLoader, RefusesTypesWithMoreBasesThanCanBeResolved) {
                 HasSubstr(":199939: the data type \"T199935\" is one of too many in a row"));
 }
 
+TEST_F(XmlModelLoader, RefusesTypesOfWhichTooMuchIsSaid) {
+    const struct {
+        const char* kind;
+        const char* text;
+    } cases[] = {{"size", "<size maxLength=\"9\"/>\n"},
+                 {"range", "<range minInclusive=\"0\"/>\n"},
+                 {"enumeration", "<enumeration value=\"0\"/>\n"},
+                 {"pattern", "<pattern value=\"0\"/>\n"}};
+    for (const auto& one : cases) {
+        std::string facets;
+        for (int i = 0; i < 1000; ++i) {
+            facets += one.text;
+        }
+        EXPECT_EQ(LoadSyntax("<string>" + facets + "</string>"), "") << one.kind;
+        EXPECT_EQ(
+            LoadSyntax("<string>" + facets + one.text + "</string>"),
+            m_Dir.File("model.xml") + ":1004: one type has more than 1000 <" + one.kind + ">");
+        EXPECT_THAT(LoadSyntax("<dataType ref=\"A\"/>", "<dataType name=\"A\"><string>" + facets +
+                                                            facets + "</string></dataType>\n"),
+                    HasSubstr(":1003: one type has more than 1000 <"));
+    }
+}
+
 TEST_F(XmlModelLoader, SurvivesDeepNesting) {
     std::string text = HEAD;
     for (int i = 0; i < 100000; ++i) {
