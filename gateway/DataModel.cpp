@@ -9,6 +9,8 @@ namespace {
 
 // Tables inside of tables multiply: what a few lines of a model ask for may fit into no memory.
 constexpr std::size_t LARGEST_TREE = 10'000'000;
+// What an instance takes in an index map at least.
+constexpr std::size_t INDEX_PAIR_SIZE = sizeof(R"({"APP_INDEX":1,"PLATFORM_INDEX":1},)") - 1;
 
 // How many objects and parameters come with the instance at this path.
 std::size_t SizeAt(const std::string& path, const TObjectDefinition& root, std::size_t fill) {
@@ -208,7 +210,10 @@ tOstelReturnCode TDataModel::GetTree(const std::string& object,
     const auto takeParameter = [&](const std::string& path, const std::string&) {
         names.push_back(path);
     };
-    const auto takeObject = [&](const std::string& path) { names.push_back(path); };
+    const auto takeObject = [&](const std::string& path) {
+        names.push_back(path);
+        return path.size();
+    };
     return TTreeReader(object, takeParameter, takeObject)
         .Read(m_Schema.Root(), m_Root->objects.at(0));
 }
@@ -227,12 +232,11 @@ tOstelReturnCode TDataModel::GetInstances(const std::string& table,
     return RC_SUCCESS;
 }
 
-TDataModel::TIndexMap TDataModel::GetIndexMap() const {
-    TIndexMap map;
-    const auto takeObject = [&](const std::string& path) {
+tOstelReturnCode TDataModel::GetIndexMap(TIndexMap& map) const {
+    const auto takeObject = [&](const std::string& path) -> std::size_t {
         const TNode table = Find(path, TView::COMMITTED);
         if (!table.IsTable() || table.definition->indexMap.empty()) {
-            return;
+            return 0;
         }
         auto& pairs = map.emplace_back(path, TIndexMap::value_type::second_type()).second;
         for (const auto& [number, object] : table.instances->objects) {
@@ -243,9 +247,13 @@ TDataModel::TIndexMap TDataModel::GetIndexMap() const {
                     number, mapped != table.definition->indexMap.end() ? mapped->second : number);
             }
         }
+        return path.size() + pairs.size() * INDEX_PAIR_SIZE;
     };
-    TTreeReader("*.", nullptr, takeObject).Read(m_Schema.Root(), m_Root->objects.at(0));
-    return map;
+    TTreeReader reader("*.", nullptr, takeObject);
+    // A model without objects has no such name, and nothing to map.
+    return reader.Read(m_Schema.Root(), m_Root->objects.at(0)) == RC_BUFFER_OVERFLOW
+               ? RC_BUFFER_OVERFLOW
+               : RC_SUCCESS;
 }
 
 tOstelReturnCode TDataModel::Check(const std::string& name, const std::string& value) const {

@@ -60,7 +60,8 @@ public:
     // The names of all parameters below an object, and of the objects with a point at their end.
     tOstelReturnCode GetTree(const std::string& object, std::vector<std::string>& names) const;
 
-    TIndexMap GetIndexMap() const;
+    // Up to what fits into a reply.
+    tOstelReturnCode GetIndexMap(TIndexMap& map) const;
 
     // Stage an instance's addition or deletion. A number is never given twice, by this object not
     // at all, and after a restart none that a commit has put on record.

@@ -108,8 +108,13 @@ tOstelReturnCode TDispatcher::DeleteObjectInstance(const TOstelJsonObject& reque
 }
 
 tOstelReturnCode TDispatcher::GetIndexMap(const TOstelJsonObject&, TOstelJsonObject& reply) {
+    TDataModel::TIndexMap indexMap;
+    const tOstelReturnCode code = m_Model.GetIndexMap(indexMap);
+    if (code != RC_SUCCESS) {
+        indexMap.clear();
+    }
     std::vector<TOstelJsonObject> tables;
-    for (const auto& [path, pairs] : m_Model.GetIndexMap()) {
+    for (const auto& [path, pairs] : indexMap) {
         std::vector<TOstelJsonObject> map;
         for (const auto& [number, platform] : pairs) {
             TOstelJsonObject& entry = map.emplace_back();
@@ -121,5 +126,5 @@ tOstelReturnCode TDispatcher::GetIndexMap(const TOstelJsonObject&, TOstelJsonObj
         table.SetPropertySequence("INDEX_MAP", map);
     }
     reply.SetPropertySequence("DATA_MODELS", tables);
-    return RC_SUCCESS;
+    return code;
 }

@@ -170,8 +170,7 @@ void TTreeReader::TakeParameter(const TParamDefinition& definition, const std::s
 
 void TTreeReader::TakeObject() {
     if (m_OnObject && !IsFull()) {
-        m_Size += m_Path.size();
-        m_OnObject(m_Path);
+        m_Size += m_OnObject(m_Path);
     }
 }
 

@@ -15,7 +15,8 @@
 class TTreeReader {
 public:
     using TOnParameter = std::function<void(const std::string& name, const std::string& value)>;
-    using TOnObject = std::function<void(const std::string& path)>;
+    // Gives how much the object takes in the reply.
+    using TOnObject = std::function<std::size_t(const std::string& path)>;
 
     // Either may be empty. Objects are told with a point at the end of their path, tables too.
     // `size` is what other names have put into the reply already.

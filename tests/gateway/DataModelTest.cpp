@@ -323,14 +323,43 @@ TEST_F(DataModel, TwoInstancesExchangeTheirKeysInOneRequest) {
 
 TEST_F(DataModel, MapsInstancesToThePlatformsNumbers) {
     Add("Device.Host.");
-    const TDataModel::TIndexMap before = m_Model.GetIndexMap();
+    TDataModel::TIndexMap before;
+    EXPECT_EQ(m_Model.GetIndexMap(before), RC_SUCCESS);
     ASSERT_EQ(before.size(), 1U);
     EXPECT_EQ(before[0].first, "Device.Host.");
     EXPECT_THAT(before[0].second, ElementsAre(Pair(1, 7), Pair(2, 2), Pair(10, 1)));
     EXPECT_EQ(m_Model.Delete("Device.Host.1."), RC_SUCCESS);
     m_Model.Commit();
-    EXPECT_THAT(m_Model.GetIndexMap()[0].second,
-                ElementsAre(Pair(2, 2), Pair(10, 1), Pair(11, 11)));
+    TDataModel::TIndexMap after;
+    EXPECT_EQ(m_Model.GetIndexMap(after), RC_SUCCESS);
+    EXPECT_THAT(after.at(0).second, ElementsAre(Pair(2, 2), Pair(10, 1), Pair(11, 11)));
+}
+
+TEST_F(DataModel, AnIndexMapHasTheLimitOfAnAnswer) {
+    TSchema schema;
+    schema.MakeObject("T.{i}." + std::string(1 << 20, 'U') + ".{i}.").indexMap = {{1, 2}};
+    const TDataModel model(std::move(schema), 40);
+    TDataModel::TIndexMap map;
+    EXPECT_EQ(model.GetIndexMap(map), RC_BUFFER_OVERFLOW);
+    EXPECT_LE(map.size(), 33U);
+}
+
+// The instances that the platform does not number are none of the answer's.
+TEST_F(DataModel, AnIndexMapIsWholeHoweverLargeTheModelIs) {
+    TSchema schema;
+    schema.MakeObject("T.{i}." + std::string(1 << 20, 'U') + ".{i}.");
+    schema.MakeObject("V.{i}.").indexMap = {{1, 2}};
+    const TDataModel model(std::move(schema), 40);
+    TDataModel::TIndexMap map;
+    EXPECT_EQ(model.GetIndexMap(map), RC_SUCCESS);
+    ASSERT_EQ(map.size(), 1U);
+    EXPECT_EQ(map[0].second.size(), 40U);
+}
+
+TEST(EmptyDataModel, HasAnEmptyIndexMap) {
+    TDataModel::TIndexMap map;
+    EXPECT_EQ(TDataModel(TSchema()).GetIndexMap(map), RC_SUCCESS);
+    EXPECT_TRUE(map.empty());
 }
 
 TEST_F(DataModel, RestoresInstances) {

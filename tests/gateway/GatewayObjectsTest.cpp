@@ -349,6 +349,23 @@ TEST(GatewayModels, SaysWhenAnAnswerIsTooLarge) {
     EXPECT_EQ(params.size(), 300U);
 }
 
+TEST(GatewayModels, SayNothingOfAnIndexMapThatIsTooLarge) {
+    const PrivateBus bus;
+    TempDir dir;
+    std::ofstream(dir.File("model.json"))
+        << R"({"objects":[{"path":"Device.T.{i}.)" << std::string(1 << 20, 'U')
+        << R"(.{i}.","indexMap":[{"app":1,"platform":2}]}]})";
+    const GatewayProcess gateway(OSTEL_GATEWAY,
+                                 {"--model", dir.File("model.json"), "--fill", "40"});
+    struct TRequests : Gateway {
+        using Gateway::Request;
+    };
+    RawPeer peer;
+    const auto [text, code] = TRequests::Request(peer, "GET_INDEX_MAP", "{}");
+    EXPECT_EQ(code, RC_BUFFER_OVERFLOW);
+    EXPECT_TRUE(text == R"({"DATA_MODELS":[]})") << text.size();
+}
+
 TEST(GatewayModels, AreLaidOverEachOther) {
     const PrivateBus bus;
     TempDir dir;
