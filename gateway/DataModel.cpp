@@ -267,6 +267,10 @@ tOstelReturnCode TDataModel::Check(const std::string& name, const std::string& v
     return place.Definition().type.Allows(value) ? RC_SUCCESS : RC_INVALID_PARAM_VALUE;
 }
 
+bool TDataModel::HasObject(const std::string& path) const {
+    return static_cast<bool>(Find(path, TView::STAGED));
+}
+
 tOstelReturnCode TDataModel::Set(const TValues& writes) {
     for (const auto& [name, value] : writes) {
         const tOstelReturnCode code = Check(name, value);

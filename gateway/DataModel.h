@@ -51,6 +51,9 @@ public:
     // The same of each name, up to the first that is wrong. All of it has to fit into one reply.
     tOstelReturnCode Get(const std::vector<std::string>& names, TValues& values) const;
 
+    // Whether writes can be staged below the path.
+    bool HasObject(const std::string& path) const;
+
     // Stages writes: all of them or, with a code, none.
     tOstelReturnCode Set(const TValues& writes);
 

@@ -50,7 +50,7 @@ tOstelReturnCode TDispatcher::SetObject(const TOstelJsonObject& request, TOstelJ
     if (!root || !writes || !commit) {
         return RC_INVALID_ARGUMENT;
     }
-    if (!IsObject(*root)) {
+    if (!m_Model.HasObject(*root)) {
         return RC_INVALID_PARAM_NAME;
     }
     for (auto& write : *writes) {

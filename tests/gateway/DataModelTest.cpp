@@ -362,6 +362,15 @@ TEST(EmptyDataModel, HasAnEmptyIndexMap) {
     EXPECT_TRUE(map.empty());
 }
 
+TEST_F(DataModel, HasTheObjectsThatAreStaged) {
+    Add("Device.Host.");
+    EXPECT_EQ(m_Model.Delete("Device.Host.1."), RC_SUCCESS);
+    EXPECT_TRUE(m_Model.HasObject("Device.Host."));
+    EXPECT_TRUE(m_Model.HasObject("Device.Host.11."));
+    EXPECT_FALSE(m_Model.HasObject("Device.Host.1."));
+    EXPECT_FALSE(m_Model.HasObject("Device.A.Text"));
+}
+
 TEST_F(DataModel, RestoresInstances) {
     EXPECT_TRUE(m_Model.RestoreInstance("Device.Host.2.", false));
     EXPECT_TRUE(m_Model.RestoreInstance("Device.Host.12.", true));

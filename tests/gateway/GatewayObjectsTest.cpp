@@ -104,6 +104,18 @@ TEST_F(GatewayObjects, ReadsAndWritesWholeObjects) {
     EXPECT_EQ(m_App.GetObject("Device.X_KAVEN_COM_General.LED", params), RC_INVALID_PARAM_NAME);
 }
 
+TEST_F(GatewayObjects, RefusesObjectsThatAreNotThereEvenWithoutParameters) {
+    for (const char* root : {"", ".", "Device", "Device.Nothing.", "Device.Hosts.Host.99.",
+                             "Device.Hosts.Host.*.", "Device.DeviceInfo.ModelName"}) {
+        EXPECT_EQ(m_App.SetObject(root, {}, true), RC_INVALID_PARAM_NAME) << root;
+    }
+    for (const char* root :
+         {"Device.", "Device.DeviceInfo.", "Device.Hosts.Host.", "Device.Hosts.Host.10."}) {
+        EXPECT_EQ(m_App.SetObject(root, {}, true), RC_SUCCESS) << root;
+    }
+    EXPECT_EQ(m_App.SetParamArray({}, true), RC_SUCCESS);
+}
+
 TEST_F(GatewayObjects, ListsInstancesAndTrees) {
     EXPECT_THAT(Ids(HOSTS), ElementsAre(1, 2, 3, 10));
     std::vector<std::string> names;
