@@ -4,6 +4,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <thread>
@@ -196,6 +198,41 @@ TEST_F(TOstelApplicationFaults, ARequestToAnotherUnitFailsWithoutADescriptor) {
     const TNoDescriptors none;
     EXPECT_EQ(m_App.CommitRemote("127.0.0.1"), RC_FAILURE);
     EXPECT_THAT(RecordingLog::Texts(2), Contains("setsockopt is failed"));
+}
+
+TEST_F(TOstelApplicationFaults, BusyThreadsGetTheirCodesAtOnceWhenTheBusGoesAndComes) {
+    constexpr int THREADS = 8;
+    std::atomic<int> answered{0};
+    std::atomic<int> failed{0};
+    std::atomic<bool> isOver{false};
+    std::vector<std::future<std::chrono::steady_clock::duration>> longest;
+    for (int i = 0; i < THREADS; ++i) {
+        longest.push_back(std::async(std::launch::async, [&] {
+            std::chrono::steady_clock::duration most{};
+            while (!isOver) {
+                std::string value;
+                const auto start = std::chrono::steady_clock::now();
+                const tOstelReturnCode code = m_App.GetParam("Device.X", value);
+                most = std::max(most, std::chrono::steady_clock::now() - start);
+                (code == RC_SUCCESS ? answered : failed) += 1;
+                EXPECT_TRUE(code == RC_SUCCESS || code == RC_FAILURE || code == RC_RUNTIME_ERROR);
+            }
+            return most;
+        }));
+    }
+    ASSERT_TRUE(WaitUntil([&] { return answered > 100; }));
+    m_Bus.Kill();
+    ASSERT_TRUE(WaitUntil([&] { return failed > THREADS; }));
+    m_Bus.Start();
+    const int failedBefore = failed;
+    EXPECT_TRUE(WaitUntil([&] { return failed > failedBefore + THREADS; }));
+    isOver = true;
+    for (auto& most : longest) {
+        EXPECT_LT(most.get(), std::chrono::seconds(10));
+    }
+    const auto start = std::chrono::steady_clock::now();
+    getOstelIpcInstance()->Stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
 
 // Has a bus, but has not been initialised.
