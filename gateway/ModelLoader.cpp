@@ -1,6 +1,8 @@
 #include "ModelLoader.h"
 
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <limits>
 #include <set>
@@ -242,8 +244,18 @@ void LoadJson(const std::string& path, TSchema& schema) {
     }
 }
 
-bool IsXml(const std::string& path) {
+// The readers' own messages count lines, of which a file that is not there has none.
+std::ifstream Open(const std::string& path) {
+    errno = 0;
     std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        Fail(path, std::strerror(errno != 0 ? errno : EIO));
+    }
+    return file;
+}
+
+bool IsXml(const std::string& path) {
+    std::ifstream file = Open(path);
     char first = ' ';
     // A byte order mark may stand before the first character.
     while (file.get(first) && (std::isspace(static_cast<unsigned char>(first)) != 0 ||
