@@ -112,6 +112,12 @@ int Apps(bool json) {
     return 0;
 }
 
+void ComplainWithoutGateway() {
+    if (!IsActive("OSTEL_DISPATCHER")) {
+        Output::Complain("no gateway answers on this bus (see 'ostelcli info')");
+    }
+}
+
 int Active(const std::string& name, bool json) {
     bool active = false;
     const tOstelReturnCode code = Application().IsAppActive(name, active);

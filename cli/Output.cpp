@@ -17,6 +17,8 @@ namespace {
 // The first failure of standard output. Watches print on the library's thread.
 std::atomic<int> s_Error{0};
 
+std::atomic<bool> s_WasUnanswered{false};
+
 void Put(const std::string& text) {
     errno = 0;
     std::cout << text << std::flush;
@@ -42,7 +44,12 @@ std::string CodeText(tOstelReturnCode code) {
 
 int Fail(const std::string& subject, tOstelReturnCode code) {
     Complain(subject + ": " + CodeText(code));
+    s_WasUnanswered = s_WasUnanswered || code == RC_FAILURE;
     return ExitStatus(code);
+}
+
+bool WasUnanswered() {
+    return s_WasUnanswered;
 }
 
 void Complain(const std::string& text) {

@@ -27,6 +27,9 @@ std::string CodeText(tOstelReturnCode code);
 // Tells of a failure on standard error and returns its exit status.
 int Fail(const std::string& subject, tOstelReturnCode code);
 
+// Whether a failure that was told of is that nobody answered.
+bool WasUnanswered();
+
 // Tells of a failure, or of what has to be known, on standard error.
 void Complain(const std::string& text);
 

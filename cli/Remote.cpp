@@ -30,7 +30,9 @@ bool Secure(const TUnit& unit) {
         Application().EnableSecureRemote(directory + "ostel.cert.pem", directory + "ostel.key.pem",
                                          directory + "ostelRoot.cert.pem");
     if (!done) {
-        Output::Complain(unit.certificates + ": no usable certificates (the log tells which)");
+        Output::Complain(unit.certificates +
+                         ": no usable certificates (--certs or OSTEL_CERTS names another "
+                         "directory, the log tells what is wrong with this one)");
     }
     return done;
 }

@@ -55,6 +55,7 @@ public:
                                "Show how far it is from the start, and not only on a terminal")
             ->configurable(false);
         m_App.fallthrough();
+        m_App.failure_message(FailureMessage);
         m_App.footer(
             "Exit status: 0, the result's code (RC_INVALID_PARAM_NAME is 4), 255 for RC_FAILURE,\n"
             "64 for a wrong command line, 65 for a malformed file, 66 for none, 69 without a bus,\n"
@@ -93,6 +94,15 @@ public:
     }
 
 private:
+    // "A subcommand is required" helps nobody who gave one and misspelt it.
+    static std::string FailureMessage(const CLI::App* app, const CLI::Error& error) {
+        const std::vector<std::string> unknown = app->remaining(true);
+        const bool isRequirement =
+            error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError);
+        return (isRequirement && !unknown.empty() ? "'" + unknown[0] + "' is not known\n" : "") +
+               CLI::FailureMessage::simple(app, error);
+    }
+
     int Do() {
         TOstelApplication& application = *TOstelApplication::GetInstance();
         if (m_NeedsBus) {
@@ -104,7 +114,11 @@ private:
                 "system's)");
             return Output::NO_BUS;
         }
-        return m_Run();
+        const int status = m_Run();
+        if (m_NeedsBus && Output::WasUnanswered()) {
+            Commands::ComplainWithoutGateway();
+        }
+        return status;
     }
 
     void AddReading() {

@@ -121,7 +121,9 @@ TEST_F(BadReply, OfSomebodyWhoDiesIsAFailureAtOnce) {
     m_Dispatcher.Answer("GET_PARAM", "", 0, TManner::DIE);
     const TFinished get = Cli({"get", "D.A"});
     EXPECT_EQ(get.status, 255);
-    EXPECT_EQ(get.errors, "ostelcli: D.A: RC_FAILURE (-1)\n");
+    EXPECT_EQ(get.errors,
+              "ostelcli: D.A: RC_FAILURE (-1)\n"
+              "ostelcli: no gateway answers on this bus (see 'ostelcli info')\n");
 }
 
 TEST_F(BadReply, LeavesNothingOfASnapshotBehind) {

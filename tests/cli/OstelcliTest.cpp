@@ -163,7 +163,9 @@ TEST_F(Ostelcli, ACrashOfTheGatewayIsAFailureNotAHang) {
     m_Gateway.Process().Wait();
     const TFinished get = Cli({"get", "Device."});
     EXPECT_EQ(get.status, 255);
-    EXPECT_EQ(get.errors, "ostelcli: Device.: RC_FAILURE (-1)\n");
+    EXPECT_EQ(get.errors,
+              "ostelcli: Device.: RC_FAILURE (-1)\n"
+              "ostelcli: no gateway answers on this bus (see 'ostelcli info')\n");
     EXPECT_THAT(Cli({"info"}).output, HasSubstr("not there"));
 }
 
@@ -217,6 +219,12 @@ TEST(OstelcliAlone, RefusesAWrongCommandLine) {
     }
     EXPECT_THAT(Cli({"watch", "--count", "0"}).errors,
                 HasSubstr("0 is not a number of at least 1"));
+}
+
+TEST_F(Ostelcli, NamesTheVerbThatItDoesNotKnow) {
+    EXPECT_THAT(Cli({"gte", "Device.Time."}).errors, StartsWith("'gte' is not known\n"));
+    EXPECT_THAT(Cli({"remote", "127.0.0.1", "gte"}).errors, StartsWith("'gte' is not known\n"));
+    EXPECT_THAT(Cli({"get"}).errors, StartsWith("NAME is required\n"));
 }
 
 TEST(Shell, HasBusGatewayAndToolAndLeavesNothingBehind) {

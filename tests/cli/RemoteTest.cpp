@@ -109,7 +109,10 @@ TEST_F(RemoteOfTheTool, SendsNothingWithoutCertificates) {
     const TlsPeer plain({}, TlsPeer::Framed(R"({"STATUS":"OK"})"));
     const TFinished set = Cli({"remote", "--certs", "/nonexistent", plain.Host(), "commit"});
     EXPECT_EQ(set.status, 66);
-    EXPECT_EQ(set.errors, "ostelcli: /nonexistent: no usable certificates (the log tells which)\n");
+    EXPECT_EQ(
+        set.errors,
+        "ostelcli: /nonexistent: no usable certificates (--certs or OSTEL_CERTS names another "
+        "directory, the log tells what is wrong with this one)\n");
     EXPECT_TRUE(plain.Requests().empty());
 }
 
