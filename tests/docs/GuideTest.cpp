@@ -54,7 +54,8 @@ public:
                                "; exit $status"});
     }
 
-    // What `./dev shell` does, but for the shell.
+    // What `./dev shell` does, but for the shell. The guide starts its second one within the first,
+    // which therefore inherits what was exported there.
     void Start(std::vector<std::string> options) {
         for (std::string& option : options) {
             option = WithHost(option);

@@ -25,18 +25,20 @@ TEST(Readme, ProgramCompilesAndRuns) {
     const PrivateBus bus;
     const GatewayProcess gateway(OSTEL_GATEWAY);
     const TempDir dir;
-    std::ofstream(dir.File("first.cpp")) << Block("A first program", "cpp");
+    std::ofstream(dir.File("blink.cpp")) << Block("A first program", "cpp");
     const std::string root = OSTEL_ROOT;
     const TFinished compiler =
         RunProgram({"sh", "-c",
                     std::string(OSTEL_COMPILE) + " -std=c++17 -Wall -Wextra -Werror " +
-                        dir.File("first.cpp") + " -I " + root + "/common/framework -I " + root +
+                        dir.File("blink.cpp") + " -I " + root + "/common/framework -I " + root +
                         "/ipc-lib -I " + root + "/application-lib -L " + OSTEL_LIB +
-                        " -Wl,-rpath," + OSTEL_LIB + " -lostel_app -o " + dir.File("first")});
+                        " -Wl,-rpath," + OSTEL_LIB + " -lostel_app -o " + dir.File("blink")});
     ASSERT_EQ(compiler.status, 0) << compiler.errors;
-    const TFinished first = RunProgram({dir.File("first")});
-    EXPECT_EQ(first.status, 0);
-    EXPECT_EQ(first.output, "This is KV0123456789\n");
+    const TFinished blink = RunProgram({dir.File("blink")});
+    EXPECT_EQ(blink.status, 0);
+    const TFinished led = RunProgram(
+        {std::string(OSTEL_BIN) + "/ostelcli", "get", "Device.X_KAVEN_COM_General.LED.State"});
+    EXPECT_EQ(blink.output + led.output, Block("A first program", ""));
 }
 
 TEST(Readme, ShowsTheTourAsItIs) {
