@@ -89,6 +89,14 @@ TEST_F(RemoteOfTheTool, FetchesFiles) {
     EXPECT_EQ(missing.errors, "ostelcli: " + m_Host + ": missing: RC_FAILURE (-1)\n");
 }
 
+// As the help promises.
+TEST_F(RemoteOfTheTool, ShowsInTheLogWhatTheUnitRefuses) {
+    const TFinished missing = RunProgram({"env", "ZT_LOGGING_DESTINATION=2", OSTELCLI, "remote",
+                                          "--certs", m_Unit, m_Host, "get", "Device.Nothing"});
+    EXPECT_THAT(missing.output, HasSubstr("failed with 'RC_INVALID_PARAM_NAME'"));
+    EXPECT_THAT(Cli({"--help"}).output, HasSubstr("ZT_LOGGING_DESTINATION=2"));
+}
+
 TEST_F(RemoteOfTheTool, SendsEvents) {
     const RawPeer watcher;
     EXPECT_EQ(Remote({"event", "HELLO", "{}"}).status, 0);
