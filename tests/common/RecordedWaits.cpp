@@ -45,14 +45,15 @@ std::optional<std::size_t> OffsetIn(const void* object, std::size_t size, const 
 }
 
 // ThreadSanitizer has to see the calls as well, or it takes the mutex as held all through a wait.
-// Without it, the C library has older forms with a smaller condition under the same names.
+// Without it, a C library that has older forms with a smaller condition under the same names would
+// give those.
 template <typename Function>
 Function* Next(const char* name) {
-#ifdef __SANITIZE_THREAD__
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-#else
-    return reinterpret_cast<Function*>(dlvsym(RTLD_NEXT, name, "GLIBC_2.3.2"));
+    void* next = nullptr;
+#ifndef __SANITIZE_THREAD__
+    next = dlvsym(RTLD_NEXT, name, "GLIBC_2.3.2");
 #endif
+    return reinterpret_cast<Function*>(next != nullptr ? next : dlsym(RTLD_NEXT, name));
 }
 
 double SecondsUntil(const timespec& deadline) {

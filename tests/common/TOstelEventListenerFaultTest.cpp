@@ -10,6 +10,7 @@
 
 #include "Allocations.h"
 #include "BinaryLayout.h"
+#include "Emulated.h"
 #include "RecordingLog.h"
 #include "TOstelDataMapper.h"
 #include "TOstelEventListener.h"
@@ -90,6 +91,7 @@ TEST(TOstelEventListenerFault, AnEventWithoutANameEndsTheFillingButNotTheConstru
 
 // The name is kept from its first use on, so that this takes a process of its own.
 TEST(TOstelEventListenerFault, AnInstallAttemptThatHasNoNameYetIsDroppedAndTheNextOneIsTold) {
+    SKIP_WHERE_EMULATED("cannot start this program again");
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto program = [] {
         TObserver observer;

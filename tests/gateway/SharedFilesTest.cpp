@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "Emulated.h"
 #include "TempDir.h"
 
 namespace {
@@ -21,6 +22,8 @@ protected:
         Write("shared/inner/deep", "deep");
         Write("shared/empty", "");
     }
+
+    void SetUp() override { SKIP_WHERE_EMULATED("does not know openat2"); }
 
     void Write(const std::string& name, const std::string& text) {
         std::ofstream(m_Dir.File(name), std::ios::binary) << text;
