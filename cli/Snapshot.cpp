@@ -182,15 +182,17 @@ public:
         }
         TStop stop;
         stop.Catch();
-        const int status = StageValues(stop);
+        int status = StageValues(stop);
+        if (status == 0 && m_Exact) {
+            DeleteOthers(stop);
+        }
+        if (status == 0 && stop.Signal() != 0) {
+            status = Stopped(stop);
+        }
         if (status != 0) {
             TakeBack();
-            return status;
         }
-        if (m_Exact) {
-            DeleteOthers();
-        }
-        return 0;
+        return status;
     }
 
     void Report(bool json) const {
@@ -343,10 +345,13 @@ private:
         return 128 + stop.Signal();
     }
 
-    void DeleteOthers() {
+    void DeleteOthers(const TStop& stop) {
         const std::set<std::string> wanted = InstancesIn(m_Snapshot.params);
         std::string deleted;
         for (const std::string& instance : m_DeviceInstances) {
+            if (stop.Signal() != 0) {
+                return;
+            }
             // What stands inside of a deleted instance goes with it, and is next in order.
             const bool isInside =
                 !deleted.empty() && instance.compare(0, deleted.size(), deleted) == 0;
@@ -364,16 +369,27 @@ private:
         }
     }
 
-    // In the opposite order, so that nothing is in the way of the values that were there before.
+    // The added instances go first: one may hold a unique key that another gave up for it.
     void TakeBack() {
+        for (auto added = m_Added.rbegin(); added != m_Added.rend(); ++added) {
+            Application().RemoveObject(*added);
+        }
+        TParams before;
         for (auto name = m_Written.rbegin(); name != m_Written.rend(); ++name) {
             const auto old = m_Device.find(*name);
             if (old != m_Device.end()) {
-                Application().SetParam(*name, old->second, false);
+                before.push_back({*name, old->second});
             }
         }
-        for (auto added = m_Added.rbegin(); added != m_Added.rend(); ++added) {
-            Application().RemoveObject(*added);
+        // Unique keys that were exchanged can only be had back together.
+        if (before.size() < 2 || Application().SetParamArray(before, false) != RC_SUCCESS) {
+            for (const auto& param : before) {
+                Application().SetParam(param.name, param.value, false);
+            }
+        }
+        if (m_Deleted > 0) {
+            Output::Complain("the deletion of " + std::to_string(m_Deleted) +
+                             " instances cannot be taken back; it is staged for the next commit");
         }
     }
 

@@ -12,6 +12,7 @@ using testing::HasSubstr;
 
 const std::string LED = "Device.X_KAVEN_COM_General.LED.";
 const std::string MAPPINGS = "Device.NAT.PortMapping.";
+const std::string ADDRESSES = "Device.DHCPv4.Server.Pool.1.StaticAddress.";
 
 class Snapshot : public Ostelcli {
 protected:
@@ -122,6 +123,19 @@ TEST_F(Snapshot, LoadTakesUniqueKeysBackThatHadMovedOn) {
     const std::string file = Write(R"({"ROOT":"Device.","PARAMS":[
         {"NAME":")" + first + R"(","VALUE":"free"},
         {"NAME":")" + second + R"(","VALUE":")" +
+                                   Value(first) + R"("},
+        {"NAME":")" + LED + R"(Brightness","VALUE":"very"}]})");
+    const std::string before = Cli({"get", "Device."}).output;
+    EXPECT_EQ(Cli({"load", file}).status, 5);
+    EXPECT_EQ(Cli({"commit"}).status, 0);
+    EXPECT_EQ(Cli({"get", "Device."}).output, before);
+}
+
+TEST_F(Snapshot, LoadTakesAUniqueKeyBackFromAnInstanceItAdded) {
+    const std::string first = ADDRESSES + "1.Chaddr";
+    const std::string file = Write(R"({"ROOT":"Device.","PARAMS":[
+        {"NAME":")" + first + R"(","VALUE":"02:00:00:00:00:77"},
+        {"NAME":")" + ADDRESSES + R"(77.Chaddr","VALUE":")" +
                                    Value(first) + R"("},
         {"NAME":")" + LED + R"(Brightness","VALUE":"very"}]})");
     const std::string before = Cli({"get", "Device."}).output;

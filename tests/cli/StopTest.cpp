@@ -112,6 +112,49 @@ TEST_F(StopOfTheTool, TakesBackTheLastValueThatLoadHasStagedToo) {
     EXPECT_EQ(m_Dispatcher.LastText("COMMIT"), "no request of COMMIT");
 }
 
+// Values that were refused one by one, as exchanged unique keys are, go out and come back together.
+TEST_F(StopOfTheTool, TakesBackWhatLoadHasStagedTogether) {
+    m_Dispatcher.Answer("GET_PARAM",
+                        R"({"PARAMS":[{"NAME":"D.A","VALUE":"a"},{"NAME":"D.B","VALUE":"b"}]})");
+    m_Dispatcher.Answer("SET_PARAM", "{}", 5);
+    m_Dispatcher.Answer("SET_PARAM_ARRAY", "{}", 0, TManner::KEEP_SILENT);
+    const std::string file = m_Dir.File("snapshot.json");
+    std::ofstream(file) << R"({"ROOT":"D.","PARAMS":[{"NAME":"D.A","VALUE":"b"},)"
+                           R"({"NAME":"D.B","VALUE":"a"}]})";
+    ChildProcess load({OSTELCLI, "load", file});
+    ASSERT_TRUE(m_Dispatcher.WaitForRequest("SET_PARAM_ARRAY"));
+    load.Signal(SIGINT);
+    m_Dispatcher.Answer("SET_PARAM_ARRAY", "{}", 0);
+    m_Dispatcher.Release();
+    EXPECT_EQ(load.Wait(), 128 + SIGINT);
+    EXPECT_EQ(load.Errors(), "ostelcli: stopped; nothing is written\n");
+    EXPECT_EQ(m_Dispatcher.LastText("SET_PARAM_ARRAY"),
+              R"({"PARAMS":[{"NAME":"D.B","VALUE":"b"},{"NAME":"D.A","VALUE":"a"}],)"
+              R"("COMMIT":false})");
+    EXPECT_EQ(m_Dispatcher.LastText("SET_PARAM"), R"({"NAME":"D.B","VALUE":"a","COMMIT":false})");
+    EXPECT_EQ(m_Dispatcher.LastText("COMMIT"), "no request of COMMIT");
+}
+
+TEST_F(StopOfTheTool, TellsWhichDeletionsOfLoadRemainStaged) {
+    m_Dispatcher.Answer("GET_PARAM", R"({"PARAMS":[{"NAME":"D.T.1.A","VALUE":"a"},)"
+                                     R"({"NAME":"D.T.2.A","VALUE":"b"}]})");
+    m_Dispatcher.Answer("DELETE_OBJECT_INSTANCE", "{}", 0, TManner::KEEP_SILENT);
+    const std::string file = m_Dir.File("snapshot.json");
+    std::ofstream(file) << R"({"ROOT":"D.","PARAMS":[]})";
+    ChildProcess load({OSTELCLI, "load", "--exact", file});
+    ASSERT_TRUE(m_Dispatcher.WaitForRequest("DELETE_OBJECT_INSTANCE"));
+    load.Signal(SIGTERM);
+    m_Dispatcher.Answer("DELETE_OBJECT_INSTANCE", "{}", 0);
+    m_Dispatcher.Release();
+    EXPECT_EQ(load.Wait(), 128 + SIGTERM);
+    EXPECT_EQ(load.Errors(),
+              "ostelcli: stopped; nothing is written\n"
+              "ostelcli: the deletion of 1 instances cannot be taken back; "
+              "it is staged for the next commit\n");
+    EXPECT_THAT(m_Dispatcher.LastText("DELETE_OBJECT_INSTANCE"), testing::HasSubstr("D.T.1."));
+    EXPECT_EQ(m_Dispatcher.LastText("COMMIT"), "no request of COMMIT");
+}
+
 TEST_F(StopOfTheTool, EndsLoadAtTheSecondSignal) {
     ChildProcess load({OSTELCLI, "load", SnapshotInTheMiddle()});
     ASSERT_TRUE(m_Dispatcher.WaitForRequest("SET_PARAM"));
