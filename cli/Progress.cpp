@@ -6,7 +6,8 @@
 #include <chrono>
 #include <iostream>
 #include <system_error>
-#include <utility>
+
+#include "VisibleText.h"
 
 namespace {
 
@@ -23,8 +24,8 @@ void TProgress::AskFor() {
     s_IsAskedFor = true;
 }
 
-TProgress::TProgress(std::string what, std::size_t total)
-    : m_What(std::move(what)), m_Total(total) {
+TProgress::TProgress(const std::string& what, std::size_t total)
+    : m_What(VisibleText(what)), m_Total(total) {
     if (isatty(STDERR_FILENO) == 0) {
         return;
     }

@@ -17,7 +17,7 @@ public:
     static void AskFor();
 
     // Without a total the bar only shows that something goes on.
-    explicit TProgress(std::string what, std::size_t total = 0);
+    explicit TProgress(const std::string& what, std::size_t total = 0);
     TProgress(const TProgress&) = delete;
     TProgress& operator=(const TProgress&) = delete;
     ~TProgress();

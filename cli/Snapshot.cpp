@@ -221,6 +221,11 @@ public:
     }
 
 private:
+    struct TFailure {
+        std::string name;
+        tOstelReturnCode code;
+    };
+
     tOstelReturnCode ReadDevice() {
         TParams current;
         const tOstelReturnCode code = Read(m_Snapshot.root, current);
@@ -279,13 +284,9 @@ private:
     }
 
     int StageValues(const TStop& stop) {
-        TProgress progress("staging " + m_Snapshot.root, m_Snapshot.params.size());
-        for (const auto& param : m_Snapshot.params) {
-            const int status = stop.Signal() != 0 ? Stopped(stop) : StageOne(param);
-            if (status != 0) {
-                return status;
-            }
-            progress.Advance();
+        const std::optional<TFailure> failure = StageEach(stop);
+        if (failure) {
+            return Output::Fail(failure->name, failure->code);
         }
         if (stop.Signal() != 0) {
             return Stopped(stop);
@@ -296,15 +297,30 @@ private:
         return StageRefused();
     }
 
-    int StageOne(const TOstelApplication::TOstelAppParam& param) {
+    // Leaves the telling to its caller: while the bar lives, it would land on the bar's line.
+    std::optional<TFailure> StageEach(const TStop& stop) {
+        TProgress progress("staging " + m_Snapshot.root, m_Snapshot.params.size());
+        for (const auto& param : m_Snapshot.params) {
+            if (stop.Signal() != 0) {
+                return std::nullopt;
+            }
+            if (auto failure = StageOne(param)) {
+                return failure;
+            }
+            progress.Advance();
+        }
+        return std::nullopt;
+    }
+
+    std::optional<TFailure> StageOne(const TOstelApplication::TOstelAppParam& param) {
         const auto current = m_Device.find(param.name);
         if (current != m_Device.end() && current->second == param.value) {
-            return 0;
+            return std::nullopt;
         }
         const std::optional<std::string> name = Place(param.name);
         if (!name) {
             m_Missing.push_back(param.name);
-            return 0;
+            return std::nullopt;
         }
         const tOstelReturnCode code = Application().SetParam(*name, param.value, false);
         if (code == RC_SUCCESS) {
@@ -319,9 +335,9 @@ private:
         } else if (code == RC_INVALID_PARAM_VALUE) {
             m_Refused.push_back({*name, param.value});
         } else {
-            return Output::Fail(*name, code);
+            return TFailure{*name, code};
         }
-        return 0;
+        return std::nullopt;
     }
 
     // A value that another instance has to give up first is right only together with the others.

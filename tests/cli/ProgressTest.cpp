@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <future>
 
 #include "CertificateMaker.h"
@@ -40,6 +41,7 @@ protected:
 
     PrivateBus m_Bus;
     ScriptedDispatcher m_Dispatcher;
+    TempDir m_Dir;
 };
 
 TEST_F(ProgressOfTheTool, IsShownOnATerminalAndWipedAway) {
@@ -75,6 +77,28 @@ TEST_F(ProgressOfTheTool, IsNotFullWhenItIsAskedForAndFails) {
     ChildProcess save({OSTELCLI, "save", "--progress", "Device."});
     EXPECT_EQ(save.Wait(), 4);
     EXPECT_THAT(save.Errors(), testing::StartsWith(TProgress::Bar("reading Device.", 0, 0, 0)));
+}
+
+TEST_F(ProgressOfTheTool, ShowsWhatCouldControlATerminal) {
+    m_Dispatcher.Answer("GET_PARAM", "{}", 4);
+    std::ofstream(m_Dir.File("s.json")) << R"({"ROOT":"\u001b[2J","PARAMS":[]})";
+    const TFinished load = RunProgram({OSTELCLI, "load", "--progress", m_Dir.File("s.json")});
+    EXPECT_THAT(load.errors, testing::HasSubstr(TProgress::Bar(R"(reading \x1b[2J)", 0, 0, 0)));
+    EXPECT_THAT(load.errors, testing::HasSubstr(R"(staging \x1b[2J [)"));
+    EXPECT_THAT(load.errors, testing::Not(testing::HasSubstr("\x1b")));
+}
+
+// The bar's own line has ended by then.
+TEST_F(ProgressOfTheTool, IsOverBeforeAFailureIsTold) {
+    m_Dispatcher.Answer("GET_PARAM", R"({"PARAMS":[]})");
+    m_Dispatcher.Answer("SET_PARAM", "{}", 6);
+    std::ofstream(m_Dir.File("s.json")) << R"({"ROOT":"D.","PARAMS":[{"NAME":"D.A","VALUE":"1"}]})";
+    ChildProcess terminal({"script", "-qec",
+                           std::string(OSTELCLI) + " --progress load " + m_Dir.File("s.json"),
+                           "/dev/null"});
+    EXPECT_EQ(terminal.Wait(), 6);
+    EXPECT_THAT(terminal.Output(), testing::EndsWith(TProgress::Bar("staging D.", 0, 1, 0) +
+                                                     "\r\nostelcli: D.A: RC_NOT_FOUND (6)\r\n"));
 }
 
 TEST_F(ProgressOfTheTool, IsDrawnAtOnceOnATerminalThatAsksForIt) {
