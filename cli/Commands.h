@@ -16,7 +16,7 @@ int Apps(bool json);
 // 0 when the application is there, 1 when it is not.
 int Active(const std::string& name, bool json);
 int Info(bool json);
-// After a request that nobody answered: tells when that is because the gateway is not there.
+// After a request that may be unanswered: tells when that is because the gateway is not there.
 void ComplainWithoutGateway();
 
 }  // namespace Commands

@@ -17,7 +17,7 @@ namespace {
 // The first failure of standard output. Watches print on the library's thread.
 std::atomic<int> s_Error{0};
 
-std::atomic<bool> s_WasUnanswered{false};
+std::atomic<bool> s_MayBeUnanswered{false};
 
 void Put(const std::string& text) {
     errno = 0;
@@ -43,13 +43,17 @@ std::string CodeText(tOstelReturnCode code) {
 }
 
 int Fail(const std::string& subject, tOstelReturnCode code) {
+    s_MayBeUnanswered = s_MayBeUnanswered || code == RC_FAILURE;
+    return FailElsewhere(subject, code);
+}
+
+int FailElsewhere(const std::string& subject, tOstelReturnCode code) {
     Complain(subject + ": " + CodeText(code));
-    s_WasUnanswered = s_WasUnanswered || code == RC_FAILURE;
     return ExitStatus(code);
 }
 
-bool WasUnanswered() {
-    return s_WasUnanswered;
+bool MayBeUnanswered() {
+    return s_MayBeUnanswered;
 }
 
 void Complain(const std::string& text) {

@@ -27,8 +27,12 @@ std::string CodeText(tOstelReturnCode code);
 // Tells of a failure on standard error and returns its exit status.
 int Fail(const std::string& subject, tOstelReturnCode code);
 
-// Whether a failure that was told of is that nobody answered.
-bool WasUnanswered();
+// The same for what another unit answered, which says nothing of this one's gateway.
+int FailElsewhere(const std::string& subject, tOstelReturnCode code);
+
+// Whether a failure that was told of may be that no gateway answered. RC_FAILURE is given by one
+// that is there as well, as when it cannot keep what it shall commit.
+bool MayBeUnanswered();
 
 // Tells of a failure, or of what has to be known, on standard error.
 void Complain(const std::string& text);

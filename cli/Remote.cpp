@@ -53,7 +53,7 @@ tOstelReturnCode Bounded(
 
 int Finish(const std::string& subject, tOstelReturnCode code, bool json) {
     if (code != RC_SUCCESS) {
-        return Output::Fail(subject, code);
+        return Output::FailElsewhere(subject, code);
     }
     Output::PrintOk(json);
     return 0;
@@ -114,7 +114,7 @@ int Get(const TUnit& unit, const std::vector<std::string>& names, bool json) {
         const tOstelReturnCode code = Bounded(
             unit, [&] { return Application().GetParamRemote(unit.host, name, params); }, print);
         if (code != RC_SUCCESS) {
-            status = Output::Fail(unit.host + ": " + name, code);
+            status = Output::FailElsewhere(unit.host + ": " + name, code);
             continue;
         }
         all.insert(all.end(), params.begin(), params.end());
@@ -149,7 +149,7 @@ int Set(const TUnit& unit, const std::vector<std::string>& assignments, bool com
         const tOstelReturnCode code = Bounded(unit, set, tell);
         if (code != RC_SUCCESS) {
             tell();
-            return Output::Fail(unit.host + ": " + param.name, code);
+            return Output::FailElsewhere(unit.host + ": " + param.name, code);
         }
         ++staged;
     }
@@ -179,7 +179,7 @@ int File(const TUnit& unit, const std::string& name, const std::string& file) {
     }
     progress.reset();
     if (code != RC_SUCCESS) {
-        return Output::Fail(unit.host + ": " + name, code);
+        return Output::FailElsewhere(unit.host + ": " + name, code);
     }
     return Output::Write(file, std::string(bytes.begin(), bytes.end()));
 }
@@ -201,7 +201,7 @@ int Watch(const TUnit& unit, const std::vector<std::string>& names,
     TParams params;
     tOstelReturnCode code = Expand(unit, names, params);
     if (code != RC_SUCCESS) {
-        return Output::Fail(unit.host, code);
+        return Output::FailElsewhere(unit.host, code);
     }
     std::vector<std::string> watched;
     for (const auto& param : params) {
@@ -212,6 +212,7 @@ int Watch(const TUnit& unit, const std::vector<std::string>& names,
         return Application().AddDataModelChangeObserverRemote(unit.host, params, &watcher);
     });
     if (code != RC_SUCCESS) {
+        // The unit is told this one's serial number, which is the gateway's to know.
         return Output::Fail(unit.host, code);
     }
     Output::Print(params, json);
@@ -222,7 +223,7 @@ int Watch(const TUnit& unit, const std::vector<std::string>& names,
     });
     if (code != RC_SUCCESS) {
         // Still observing: there is no way back to where it would be gone.
-        std::_Exit(Output::Finish(Output::Fail(unit.host, code)));
+        std::_Exit(Output::Finish(Output::FailElsewhere(unit.host, code)));
     }
     return status;
 }

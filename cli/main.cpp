@@ -117,7 +117,7 @@ private:
             return Output::NO_BUS;
         }
         const int status = m_Run();
-        if (m_NeedsBus && Output::WasUnanswered()) {
+        if (m_NeedsBus && Output::MayBeUnanswered()) {
             Commands::ComplainWithoutGateway();
         }
         return status;

@@ -126,6 +126,13 @@ TEST_F(BadReply, OfSomebodyWhoDiesIsAFailureAtOnce) {
               "ostelcli: no gateway answers on this bus (see 'ostelcli info')\n");
 }
 
+// It is there and could not keep what it was to commit.
+TEST_F(BadReply, OfFailureIsNotTakenForAMissingGateway) {
+    m_Dispatcher.Answer("COMMIT", "{}", -1);
+    m_Dispatcher.Answer("IS_APP_ACTIVE", "");
+    EXPECT_EQ(Cli({"commit"}).errors, "ostelcli: commit: RC_FAILURE (-1)\n");
+}
+
 TEST_F(BadReply, LeavesNothingOfASnapshotBehind) {
     TempDir dir;
     std::ofstream(dir.File("s.json")) << R"({"ROOT":"D.","PARAMS":[{"NAME":"D.A","VALUE":"1"}]})";

@@ -287,6 +287,22 @@ TEST_F(RemoteOfTheTool, StopsWatchingWhenItsBusHasGone) {
     EXPECT_THAT(unit.Requests().back(), HasSubstr("UNSUBSCRIBE"));
 }
 
+// What the unit refuses is not the fault of this one's gateway, even if that is not there.
+TEST_F(RemoteOfTheTool, TellsOfAMissingGatewayOnlyWhenThatStopsTheWatch) {
+    m_Gateway.Process().Signal(SIGKILL);
+    m_Gateway.Process().Wait();
+    const auto refusal = TlsPeer::Framed(R"({"STATUS":"RC_INVALID_PARAM_NAME"})");
+    const auto values = TlsPeer::Framed(R"({"PARAMS":[{"NAME":"A.X","VALUE":"1"}],"STATUS":"OK"})");
+    const TlsPeer unit({m_Certificates.Unit("watched")}, [&](TlsPeer::TConnection& connection) {
+        const bool isKnown = connection.Receive().find("A.X") != std::string::npos;
+        connection.Send(isKnown ? values : refusal);
+    });
+    const std::string failure = "ostelcli: " + unit.Host() + ": RC_FAILURE (-1)\n";
+    EXPECT_EQ(Remote({"watch", "A.Y"}, unit.Host()).errors, failure);
+    EXPECT_EQ(Remote({"watch", "A.X"}, unit.Host()).errors,
+              failure + "ostelcli: no gateway answers on this bus (see 'ostelcli info')\n");
+}
+
 TEST_F(RemoteOfTheTool, DoesNotWatchWhatIsNotThere) {
     EXPECT_EQ(Remote({"watch", "Device.Nothing"}).status, 255);
     const TlsPeer unit({m_Certificates.Unit("other")},
