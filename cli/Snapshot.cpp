@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <tuple>
@@ -180,22 +181,26 @@ public:
         if (code != RC_SUCCESS && code != RC_INVALID_PARAM_NAME) {
             return Output::Fail(m_Snapshot.root, code);
         }
-        TStop stop;
-        stop.Catch();
-        int status = StageValues(stop);
+        m_Stop = std::make_unique<TStop>();
+        m_Stop->Catch();
+        int status = StageValues();
         if (status == 0 && m_Exact) {
-            DeleteOthers(stop);
+            DeleteOthers();
         }
-        if (status == 0 && stop.Signal() != 0) {
-            status = Stopped(stop);
+        if (status == 0 && IsStopped()) {
+            status = Stopped();
         }
         if (status != 0) {
             TakeBack();
         }
+        m_Stop.reset();
         return status;
     }
 
     void Report(bool json) const {
+        for (const std::string& text : m_Undeletable) {
+            Output::Complain(text);
+        }
         for (const std::string& name : m_LeftAlone) {
             Output::Complain(name + " differs and is read-only; left as it is");
         }
@@ -204,7 +209,7 @@ public:
         }
         const std::pair<const char*, std::size_t> counts[] = {{"WRITTEN", m_Written.size()},
                                                               {"ADDED", m_Added.size()},
-                                                              {"DELETED", m_Deleted},
+                                                              {"DELETED", m_Deleted.size()},
                                                               {"READ_ONLY", m_LeftAlone.size()},
                                                               {"MISSING", m_Missing.size()}};
         if (json) {
@@ -217,7 +222,7 @@ public:
         }
         Output::Print(std::to_string(m_Written.size()) + " values written, " +
                       std::to_string(m_Added.size()) + " instances added, " +
-                      std::to_string(m_Deleted) + " deleted");
+                      std::to_string(m_Deleted.size()) + " deleted");
     }
 
 private:
@@ -276,20 +281,26 @@ private:
         const std::size_t number = instance.rfind('.', instance.size() - 2) + 1;
         const std::optional<std::string> table = Place(instance.substr(0, number));
         int id = 0;
-        if (table && Application().AddObject(*table, id) == RC_SUCCESS) {
+        if (table && AddTo(*table, id) == RC_SUCCESS) {
             place = *table + std::to_string(id) + ".";
             m_Added.push_back(*place);
         }
         return m_Places[instance] = place;
     }
 
-    int StageValues(const TStop& stop) {
-        const std::optional<TFailure> failure = StageEach(stop);
+    tOstelReturnCode AddTo(const std::string& table, int& id) {
+        const tOstelReturnCode code = Application().AddObject(table, id);
+        const bool isFull = code == RC_BUFFER_OVERFLOW;
+        return isFull && MakeRoom() ? Application().AddObject(table, id) : code;
+    }
+
+    int StageValues() {
+        const std::optional<TFailure> failure = StageEach();
         if (failure) {
             return Output::Fail(failure->name, failure->code);
         }
-        if (stop.Signal() != 0) {
-            return Stopped(stop);
+        if (IsStopped()) {
+            return Stopped();
         }
         if (!m_Missing.empty() && m_Missing.size() == m_Snapshot.params.size()) {
             return Output::Fail(m_Snapshot.root, RC_INVALID_PARAM_NAME);
@@ -298,10 +309,10 @@ private:
     }
 
     // Leaves the telling to its caller: while the bar lives, it would land on the bar's line.
-    std::optional<TFailure> StageEach(const TStop& stop) {
+    std::optional<TFailure> StageEach() {
         TProgress progress("staging " + m_Snapshot.root, m_Snapshot.params.size());
         for (const auto& param : m_Snapshot.params) {
-            if (stop.Signal() != 0) {
+            if (IsStopped()) {
                 return std::nullopt;
             }
             if (auto failure = StageOne(param)) {
@@ -345,7 +356,10 @@ private:
         if (m_Refused.empty()) {
             return 0;
         }
-        const tOstelReturnCode code = Application().SetParamArray(m_Refused, false);
+        tOstelReturnCode code = Application().SetParamArray(m_Refused, false);
+        if (code == RC_INVALID_PARAM_VALUE && MakeRoom()) {
+            code = Application().SetParamArray(m_Refused, false);
+        }
         if (code != RC_SUCCESS) {
             return Output::Fail(Arguments::Names(m_Refused), code);
         }
@@ -356,16 +370,30 @@ private:
     }
 
     // As a shell gives the status of a program that the signal ended.
-    static int Stopped(const TStop& stop) {
+    int Stopped() const {
         Output::Complain("stopped; nothing is written");
-        return 128 + stop.Signal();
+        return 128 + m_Stop->Signal();
     }
 
-    void DeleteOthers(const TStop& stop) {
+    bool IsStopped() const { return m_Stop->Signal() != 0; }
+
+    // A deletion cannot be taken back, so it comes last, unless what is to go is in the way: it
+    // fills a table or holds a unique key. False when there is no more room than before.
+    bool MakeRoom() {
+        if (!m_Exact || m_HasMadeRoom) {
+            return false;
+        }
+        m_HasMadeRoom = true;
+        DeleteOthers();
+        return !m_Deleted.empty();
+    }
+
+    void DeleteOthers() {
         const std::set<std::string> wanted = InstancesIn(m_Snapshot.params);
+        m_Undeletable.clear();
         std::string deleted;
         for (const std::string& instance : m_DeviceInstances) {
-            if (stop.Signal() != 0) {
+            if (IsStopped()) {
                 return;
             }
             // What stands inside of a deleted instance goes with it, and is next in order.
@@ -375,14 +403,23 @@ private:
                 instance.compare(0, m_Snapshot.root.size(), m_Snapshot.root) != 0) {
                 continue;
             }
-            const tOstelReturnCode code = Application().RemoveObject(instance);
-            if (code == RC_SUCCESS) {
+            if (Delete(instance)) {
                 deleted = instance;
-                ++m_Deleted;
-            } else {
-                Output::Complain(instance + " cannot be deleted: " + Output::CodeText(code));
             }
         }
+    }
+
+    bool Delete(const std::string& instance) {
+        if (m_Deleted.count(instance) != 0) {
+            return true;
+        }
+        const tOstelReturnCode code = Application().RemoveObject(instance);
+        if (code != RC_SUCCESS) {
+            m_Undeletable.push_back(instance + " cannot be deleted: " + Output::CodeText(code));
+            return false;
+        }
+        m_Deleted.insert(instance);
+        return true;
     }
 
     // The added instances go first: one may hold a unique key that another gave up for it.
@@ -403,14 +440,15 @@ private:
                 Application().SetParam(param.name, param.value, false);
             }
         }
-        if (m_Deleted > 0) {
-            Output::Complain("the deletion of " + std::to_string(m_Deleted) +
+        if (!m_Deleted.empty()) {
+            Output::Complain("the deletion of " + std::to_string(m_Deleted.size()) +
                              " instances cannot be taken back; it is staged for the next commit");
         }
     }
 
     const TSnapshot m_Snapshot;
     const bool m_Exact;
+    std::unique_ptr<TStop> m_Stop;  // while it stages
     std::map<std::string, std::string> m_Device;
     std::set<std::string> m_DeviceInstances;
     std::map<std::string, std::optional<std::string>> m_Places;  // of the file's instances
@@ -419,7 +457,9 @@ private:
     TParams m_Refused;
     std::vector<std::string> m_LeftAlone;
     std::vector<std::string> m_Missing;
-    std::size_t m_Deleted = 0;
+    std::set<std::string> m_Deleted;
+    bool m_HasMadeRoom = false;
+    std::vector<std::string> m_Undeletable;
 };
 
 }  // namespace

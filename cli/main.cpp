@@ -220,7 +220,9 @@ private:
             Add("load", "Write what differs from a snapshot, and commit it",
                 [this] { return Snapshot::Load(m_File, m_Exact, !m_NoCommit, m_Json); });
         load->add_option("FILE", m_File, "The snapshot")->required();
-        load->add_flag("--exact", m_Exact, "Delete instances that the snapshot does not have");
+        load->add_flag("--exact", m_Exact,
+                       "Delete instances that the snapshot does not have; a load that fails says "
+                       "when their deletion stays staged");
         AddNoCommit(load);
         CLI::App* const diff = Add("diff", "Show what differs from a snapshot",
                                    [this] { return Snapshot::Diff(m_File, m_Path, m_Json); });

@@ -205,6 +205,49 @@ TEST_F(Snapshot, LoadDeletesOtherInstancesOnlyWhenToBeExact) {
     EXPECT_EQ(Cli({"diff", file}).status, 0);
 }
 
+TEST_F(Snapshot, ExactLoadRestoresAUniqueKeyThatAnotherInstanceHasTaken) {
+    const std::string key = Value(ADDRESSES + "1.Chaddr");
+    const std::string file = Save(ADDRESSES);
+    EXPECT_EQ(Cli({"delete", ADDRESSES + "1."}).status, 0);
+    EXPECT_EQ(Cli({"add", ADDRESSES}).status, 0);
+    EXPECT_EQ(Cli({"set", ADDRESSES + "2.Chaddr=" + key}).status, 0);
+    EXPECT_EQ(Cli({"load", file}).status, 5);
+    const TFinished load = Cli({"load", file, "--exact"});
+    EXPECT_EQ(load.status, 0);
+    EXPECT_EQ(load.errors, "");
+    EXPECT_THAT(load.output, HasSubstr("1 instances added, 1 deleted"));
+    EXPECT_EQ(Cli({"instances", ADDRESSES}).output, "4\n");
+    EXPECT_EQ(Value(ADDRESSES + "4.Chaddr"), key);
+}
+
+TEST_F(Snapshot, ExactLoadMakesRoomInAFullTable) {
+    const std::string interfaces = "Device.IP.Interface.";
+    const std::string alias = Value(interfaces + "3.Alias");
+    ASSERT_NE(alias, "");
+    const std::string file = Save(interfaces);
+    EXPECT_EQ(Cli({"delete", interfaces + "3."}).status, 0);
+    while (Cli({"add", interfaces}).status == 0) {
+    }
+    const TFinished load = Cli({"load", file, "--exact"});
+    EXPECT_EQ(load.status, 0);
+    EXPECT_EQ(load.errors, "");
+    EXPECT_THAT(Cli({"get", interfaces + "*.Alias"}).output, HasSubstr("  " + alias + "\n"));
+    EXPECT_THAT(Cli({"get", "Device.IP.InterfaceNumberOfEntries"}).output, HasSubstr("  3\n"));
+}
+
+TEST_F(Snapshot, ExactLoadThatFailsTellsOfDeletionsThatItHadToStage) {
+    EXPECT_EQ(Cli({"add", MAPPINGS}).status, 0);
+    const std::string file = Write(R"({"ROOT":")" + MAPPINGS + R"(","PARAMS":[
+        {"NAME":")" + MAPPINGS + R"(1.Protocol","VALUE":"none"},
+        {"NAME":")" + MAPPINGS + R"(2.Description","VALUE":"x"}]})");
+    const TFinished load = Cli({"load", file, "--exact"});
+    EXPECT_EQ(load.status, 5);
+    EXPECT_EQ(load.errors, "ostelcli: " + MAPPINGS +
+                               "1.Protocol: RC_INVALID_PARAM_VALUE (5)\n"
+                               "ostelcli: the deletion of 1 instances cannot be taken back; "
+                               "it is staged for the next commit\n");
+}
+
 TEST_F(Snapshot, DiffShowsBothSides) {
     const std::string file = Save("Device.X_KAVEN_COM_General.");
     const TFinished none = Cli({"diff", file});
