@@ -120,7 +120,7 @@ TEST_F(OstelAppLibBadInput, WhateverIsThrownBelowIsLoggedAndARuntimeError) {
             RecordingLog::Clear();
             EXPECT_EQ(ask(), RC_RUNTIME_ERROR) << type;
             EXPECT_THAT(RecordingLog::Texts(2), ElementsAre(text)) << type;
-            EXPECT_EQ(RecordingLog::Lines().back().format, "%s");
+            EXPECT_EQ(RecordingLog::LastFormat(2), "%s");
         }
         RecordingLog::Clear();
         ostelAppLibSendEvent("NAME", "data");

@@ -166,7 +166,7 @@ TEST_P(TBadReply, ThatIsNoDocumentIsLoggedWithTheDecodersTextAndARuntimeError) {
         ASSERT_FALSE(decoder.DecodeFromString(reply));
         EXPECT_THAT(RecordingLog::Texts(2), ElementsAre(decoder.GetErrorText()));
         EXPECT_THAT(decoder.GetErrorText(), StartsWith("line "));
-        EXPECT_EQ(RecordingLog::Lines().back().format, "%s");
+        EXPECT_EQ(RecordingLog::LastFormat(2), "%s");
     }
 }
 

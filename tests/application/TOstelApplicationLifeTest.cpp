@@ -222,7 +222,7 @@ TEST_F(TUnitSerialNumber, IsEmptyAfterAFailureAndFetchedAgain) {
     EXPECT_EQ(m_App.GetUnitSerialNumber(), "");
     EXPECT_THAT(RecordingLog::Texts(2),
                 ElementsAre("GetUnitSerialNumber could not fetch local Serial Number"));
-    EXPECT_EQ(RecordingLog::Lines().back().format, "%s could not fetch local Serial Number");
+    EXPECT_EQ(RecordingLog::LastFormat(2), "%s could not fetch local Serial Number");
     AnswerSerialNumber("SN1", 0);
     EXPECT_EQ(m_App.GetUnitSerialNumber(), "SN1");
 }

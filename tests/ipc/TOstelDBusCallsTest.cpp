@@ -62,7 +62,7 @@ TEST_F(DBusCalls, ToANameThatNobodyOwnsGiveMinusOneAndTheBusText) {
     EXPECT_EQ(m_Ipc.CallMethod("M", "", m_Reply), -1);
     EXPECT_EQ(m_Reply, "as it was");
     EXPECT_THAT(RecordingLog::Texts(2), testing::ElementsAre(HasSubstr("com.Kaven.Ostel.NOBODY")));
-    EXPECT_EQ(RecordingLog::Lines().back().format, "%s");
+    EXPECT_EQ(RecordingLog::LastFormat(2), "%s");
 }
 
 TEST_F(DBusCalls, ThatAreAnsweredTooLateGiveMinusOne) {

@@ -65,6 +65,13 @@ std::vector<std::string> Texts(int level) {
     return texts;
 }
 
+std::string LastFormat(int level) {
+    const std::vector<TLine> lines = Lines();
+    const auto last = std::find_if(lines.rbegin(), lines.rend(),
+                                   [=](const TLine& line) { return line.level == level; });
+    return last != lines.rend() ? last->format : "no line of this level";
+}
+
 int Count(int level, const std::string& text) {
     const std::vector<std::string> texts = Texts(level);
     return static_cast<int>(std::count(texts.begin(), texts.end(), text));

@@ -21,6 +21,9 @@ std::vector<TLine> Lines();
 // The texts of one level, in order.
 std::vector<std::string> Texts(int level);
 
+// The format of the last line of a level; other threads log, too, on other levels.
+std::string LastFormat(int level);
+
 // How many lines of that level are exactly `text`.
 int Count(int level, const std::string& text);
 
