@@ -2,6 +2,8 @@
 
 #include <dbus/dbus.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <stdexcept>
 
 namespace {
@@ -38,7 +40,9 @@ bool TBusWatch::WaitUntilGone(const std::string& id, std::chrono::milliseconds l
         if (!DropReceived()) {
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(
                 end - std::chrono::steady_clock::now());
-            dbus_connection_read_write(m_Connection.get(), static_cast<int>(left.count()));
+            // Less than nothing would be for ever.
+            dbus_connection_read_write(m_Connection.get(),
+                                       static_cast<int>(std::max<std::int64_t>(left.count(), 0)));
         }
         isThere = IsThere(id);
     }
