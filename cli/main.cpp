@@ -35,10 +35,15 @@ void HoldStandardPlaces(char** argv) {
         }
         const int null =
             open("/dev/null", (place == STDIN_FILENO ? O_WRONLY : O_RDONLY) | O_CLOEXEC);
-        areHeld = null != -1 && dup2(null, place) == place && fcntl(place, F_SETFD, 0) == 0;
+        if (null == -1 || dup2(null, place) != place || fcntl(place, F_SETFD, 0) != 0) {
+            _exit(EXIT_FAILURE);
+        }
+        areHeld = true;
     }
     if (areHeld) {
         execv("/proc/self/exe", argv);
+        // A descriptor of the library may have been replaced: no way to go on.
+        _exit(EXIT_FAILURE);
     }
 }
 
