@@ -261,6 +261,9 @@ bool IsXml(const std::string& path) {
     while (file.get(first) && (std::isspace(static_cast<unsigned char>(first)) != 0 ||
                                static_cast<unsigned char>(first) >= 0x80U)) {
     }
+    if (file.bad()) {
+        Fail(path, std::strerror(errno));
+    }
     return file && first == '<';
 }
 

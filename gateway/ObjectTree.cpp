@@ -45,7 +45,8 @@ std::size_t TObject::Size(const TObjectDefinition& definition, std::size_t fill,
         if (instances > 0 && each >= most / instances) {
             return most;
         }
-        size += instances * each;
+        // Not at the end, where the sum of many tables would have begun at 0 again.
+        size = std::min(most, size + instances * each);
     }
     return std::min(size, most);
 }

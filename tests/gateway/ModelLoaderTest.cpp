@@ -216,6 +216,13 @@ TEST_F(ModelLoader, RefusesModelsThatAskForMoreInstancesThanFit) {
     EXPECT_THAT(Load(R"({"objects":[{"path":"D.T.{i}.","instances":[{"id":1},{"id":2},{"id":3}]},
                                     {"path":"D.T.{i}.U.{i}.","minEntries":5000000}]})"),
                 HasSubstr("the model asks for too many instances"));
+    // Their sum is more than a number of 32 bits can hold, and would begin at 0 again.
+    std::string tables = R"({"path":"D."})";
+    for (int i = 0; i < 859; ++i) {
+        tables += R"(,{"path":"D.T)" + std::to_string(i) + R"(.{i}.","minEntries":5000000})";
+    }
+    EXPECT_THAT(Load(R"({"objects":[)" + tables + "]}"),
+                HasSubstr("the model asks for too many instances"));
     // The table may be empty now, but the first instance that is added would be too large.
     EXPECT_THAT(Load(R"({"objects":[{"path":"D.T.{i}.","access":"readWrite"},
                                     {"path":"D.T.{i}.U.{i}.","minEntries":10000000}]})"),
@@ -224,7 +231,17 @@ TEST_F(ModelLoader, RefusesModelsThatAskForMoreInstancesThanFit) {
 
 TEST_F(ModelLoader, SaysThatAFileCannotBeRead) {
     TSchema schema;
-    EXPECT_THROW(LoadModel("/nonexistent.json", schema), std::runtime_error);
+    const TempDir dir;
+    for (const auto& [path, cause] :
+         {std::pair(std::string("/nonexistent.json"), "No such file or directory"),
+          std::pair(dir.File("."), "Is a directory")}) {
+        try {
+            LoadModel(path, schema);
+            ADD_FAILURE() << path;
+        } catch (const std::runtime_error& error) {
+            EXPECT_EQ(error.what(), path + ": " + cause);
+        }
+    }
 }
 
 TEST_F(ModelLoader, TheHomeGatewayHasAtLeast400Parameters) {
