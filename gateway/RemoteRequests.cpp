@@ -52,7 +52,7 @@ std::string TRemoteRequests::Answer(const std::string& request, const std::strin
     tOstelReturnCode code = RC_INVALID_ARGUMENT;
     if (document.DecodeFromString(request)) {
         TContext context{request, document, peerAddress, reply, binary};
-        code = ServeSafely(context);
+        code = Safely([&] { return Serve(context); });
     }
     std::string answer = WithStatus(reply, code);
     if (!Fits(answer)) {
@@ -63,9 +63,9 @@ std::string TRemoteRequests::Answer(const std::string& request, const std::strin
 }
 
 // A request that runs out of memory or threads is answered like any other.
-tOstelReturnCode TRemoteRequests::ServeSafely(TContext& context) {
+tOstelReturnCode TRemoteRequests::Safely(const std::function<tOstelReturnCode()>& serve) {
     try {
-        return Serve(context);
+        return serve();
     } catch (const std::exception& error) {
         ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", error.what());
         return RC_RUNTIME_ERROR;
@@ -151,7 +151,8 @@ tOstelReturnCode TRemoteRequests::Subscribe(TContext& context) {
         return RC_BUFFER_OVERFLOW;
     }
     // Read again, now that no change can be missed. What is there may have changed in between.
-    const tOstelReturnCode result = Dispatch("GET_PARAM_ARRAY", context.text, context.reply);
+    const tOstelReturnCode result =
+        Safely([&] { return Dispatch("GET_PARAM_ARRAY", context.text, context.reply); });
     if (result != RC_SUCCESS || !Fits(WithStatus(context.reply, result))) {
         m_Subscriptions.Remove(context.peerAddress, *serialNumber, *added);
     }

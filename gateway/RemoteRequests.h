@@ -33,7 +33,7 @@ private:
 
     static const std::map<std::string, TRequest>& Requests();
 
-    tOstelReturnCode ServeSafely(TContext& context);
+    static tOstelReturnCode Safely(const std::function<tOstelReturnCode()>& serve);
     tOstelReturnCode Serve(TContext& context);
     tOstelReturnCode GetParam(TContext& context);
     tOstelReturnCode SetParam(TContext& context);

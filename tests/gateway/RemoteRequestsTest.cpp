@@ -107,6 +107,7 @@ TEST_F(RemoteRequests, SubscribeNobodyWhoIsToldOfAFailureAtLast) {
     const std::pair<const char*, std::function<int(std::string&)>> cases[] = {
         {R"({"STATUS":"RC_INVALID_PARAM_NAME"})",
          [](std::string&) { return RC_INVALID_PARAM_NAME; }},
+        {R"({"STATUS":"RC_RUNTIME_ERROR"})", [](std::string&) -> int { throw std::bad_alloc(); }},
         {R"({"STATUS":"RC_BUFFER_OVERFLOW"})", [](std::string& reply) {
              reply =
                  R"({"PARAMS":[{"NAME":"Device.A","VALUE":")" + std::string(5000, 'x') + R"("}]})";
