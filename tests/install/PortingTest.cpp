@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 
 #include "ChildProcess.h"
@@ -20,7 +21,7 @@ TFinished BuildCommands(const TempDir& dir, const std::vector<std::string>& opti
     for (const std::string& option : options) {
         configure.insert(configure.end(), {"-D", option});
     }
-    TFinished configured = RunProgram(configure);
+    TFinished configured = RunProgram(configure, "", std::chrono::seconds(100));
     return configured.status != 0
                ? configured
                : RunProgram({"ninja", "-C", dir.File("build"), "-t", "commands", "ostel_app"});

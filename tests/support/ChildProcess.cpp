@@ -89,8 +89,9 @@ bool ChildProcess::WaitForErrors(const std::string& part) const {
     return WaitUntil([&] { return Errors().find(part) != std::string::npos; });
 }
 
-TFinished RunProgram(const std::vector<std::string>& command, const std::string& input) {
+TFinished RunProgram(const std::vector<std::string>& command, const std::string& input,
+                     std::chrono::milliseconds limit) {
     ChildProcess process(command, input);
-    const int status = process.Wait();
+    const int status = process.Wait(limit);
     return {status, process.Output(), process.Errors()};
 }

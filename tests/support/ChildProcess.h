@@ -44,6 +44,7 @@ struct TFinished {
 };
 
 // Runs a program to its end.
-TFinished RunProgram(const std::vector<std::string>& command, const std::string& input = "");
+TFinished RunProgram(const std::vector<std::string>& command, const std::string& input = "",
+                     std::chrono::milliseconds limit = std::chrono::seconds(30));
 
 #endif
