@@ -10,10 +10,10 @@
 #include <sstream>
 
 #include "InstalledPrefix.h"
-#include "OrdinaryUser.h"
 #include "Strace.h"
 #include "SystemBus.h"
 #include "WaitUntil.h"
+#include "WithoutRights.h"
 
 namespace {
 
@@ -125,17 +125,17 @@ TEST(Service, NeedsNoSystemCallThatItsUnitForbids) {
         GTEST_SKIP() << reason;
     }
     const InstalledPrefix prefix;
-    const SystemBus bus(prefix, OrdinaryUser::Group());
+    const SystemBus bus(prefix, WithoutRights::Group());
     setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address().c_str(), 1);
     const std::string certificates = prefix.File("certs");
     ASSERT_EQ(RunProgram({OSTEL_ROOT "/scripts/make-certs", certificates, "unit"}).status, 0);
     ASSERT_EQ(RunProgram({"chmod", "-R", "a+rX", certificates}).status, 0);
     std::filesystem::permissions(prefix.Path(), std::filesystem::perms(0777));
     // -D makes the gateway, not its tracer, the process that is signalled.
-    ChildProcess gateway(OrdinaryUser::Runs({"strace", "-D", "-f", "-o", prefix.File("trace"),
-                                             prefix.File("bin/ostel-gateway"), "--state",
-                                             prefix.File("state.sqlite"), "--remote-address",
-                                             ADDRESS, "--certs", certificates + "/unit"}));
+    ChildProcess gateway(WithoutRights::Runs({"strace", "-D", "-f", "-o", prefix.File("trace"),
+                                              prefix.File("bin/ostel-gateway"), "--state",
+                                              prefix.File("state.sqlite"), "--remote-address",
+                                              ADDRESS, "--certs", certificates + "/unit"}));
     ASSERT_TRUE(gateway.WaitForOutput("ostel-gateway: ready, ")) << gateway.Errors();
     const std::string tool = prefix.File("bin/ostelcli");
     EXPECT_EQ(RunProgram({tool, "add", "Device.NAT.PortMapping."}).status, 0);

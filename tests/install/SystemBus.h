@@ -9,7 +9,7 @@
 
 #include "ChildProcess.h"
 #include "InstalledPrefix.h"
-#include "OrdinaryUser.h"
+#include "WithoutRights.h"
 
 // A bus of the test's own, for every user, that loads the machine's real system-bus configuration
 // and the installed policy. Who is in a group is not the test's to change, so the group that the
@@ -36,7 +36,7 @@ public:
             << "\"/><allow send_destination=\"" << OTHER_SERVICE << "\"/></policy>"
             << "<include>policy.conf</include>"
             << "</busconfig>\n";
-        m_Daemon = std::make_unique<ChildProcess>(OrdinaryUser::TCommand{
+        m_Daemon = std::make_unique<ChildProcess>(WithoutRights::TCommand{
             "dbus-daemon", "--config-file=" + m_Dir.File("bus.conf"), "--nofork", "--nopidfile",
             "--nosyslog", "--address=" + Address(), "--print-address"});
         EXPECT_TRUE(m_Daemon->WaitForOutput("unix:path=")) << m_Daemon->Errors();
@@ -45,13 +45,13 @@ public:
     std::string Address() const { return "unix:path=" + m_Dir.File("bus"); }
 
     // The command with this bus as its system bus.
-    OrdinaryUser::TCommand On(const OrdinaryUser::TCommand& command) const {
-        OrdinaryUser::TCommand all = {"env", "DBUS_SYSTEM_BUS_ADDRESS=" + Address()};
+    WithoutRights::TCommand On(const WithoutRights::TCommand& command) const {
+        WithoutRights::TCommand all = {"env", "DBUS_SYSTEM_BUS_ADDRESS=" + Address()};
         all.insert(all.end(), command.begin(), command.end());
         return all;
     }
 
-    TFinished Run(const OrdinaryUser::TCommand& command) const { return RunProgram(On(command)); }
+    TFinished Run(const WithoutRights::TCommand& command) const { return RunProgram(On(command)); }
 
 private:
     TempDir m_Dir;

@@ -1,5 +1,5 @@
-#ifndef ORDINARY_USER_H
-#define ORDINARY_USER_H
+#ifndef WITHOUT_RIGHTS_H
+#define WITHOUT_RIGHTS_H
 
 #include <unistd.h>
 
@@ -7,7 +7,7 @@
 #include <vector>
 
 // Somebody without any rights: who runs the test, or, when that is root, "nobody".
-namespace OrdinaryUser {
+namespace WithoutRights {
 
 using TCommand = std::vector<std::string>;
 
@@ -29,6 +29,6 @@ inline TCommand Runs(const TCommand& command) {
     return all;
 }
 
-}  // namespace OrdinaryUser
+}  // namespace WithoutRights
 
 #endif
