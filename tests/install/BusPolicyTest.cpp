@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "InstalledPrefix.h"
-#include "OrdinaryUser.h"
 #include "RawPeer.h"
 #include "SystemBus.h"
 #include "WaitUntil.h"
+#include "WithoutRights.h"
 
 namespace {
 
@@ -17,9 +17,9 @@ constexpr gid_t GROUP_WITHOUT_MEMBERS = 54321;
 const std::string INTERFACE = "com.Kaven.Ostel.Ostel";
 const std::string LED = "Device.X_KAVEN_COM_General.LED.State";
 
-using OrdinaryUser::Runs;
-using OrdinaryUser::TCommand;
-using OrdinaryUser::TestIsRunByRoot;
+using WithoutRights::Runs;
+using WithoutRights::TCommand;
+using WithoutRights::TestIsRunByRoot;
 
 TCommand operator+(TCommand first, const TCommand& second) {
     first.insert(first.end(), second.begin(), second.end());
@@ -65,7 +65,7 @@ protected:
 };
 
 TEST_F(BusPolicy, LetsMembersOfTheGroupBeApplications) {
-    const SystemBus bus(m_Prefix, OrdinaryUser::Group());
+    const SystemBus bus(m_Prefix, WithoutRights::Group());
     const ChildProcess gateway(bus.On(Runs(Gateway())));
     ASSERT_TRUE(gateway.WaitForOutput("ostel-gateway: ready, ")) << gateway.Errors();
     const ChildProcess watch(bus.On(Runs(Tool() + TCommand{"watch", LED})));
@@ -82,11 +82,12 @@ TEST_F(BusPolicy, LetsNobodyElseOwnAName) {
 }
 
 TEST_F(BusPolicy, LetsMembersOwnNothingElse) {
-    const SystemBus bus(m_Prefix, OrdinaryUser::Group());
+    const SystemBus bus(m_Prefix, WithoutRights::Group());
     for (const char* name : {"com.Kaven.Ostel.OSTEL_CLI", "com.Kaven.Ostel.ANOTHER"}) {
         EXPECT_THAT(bus.Run(Runs(RequestName(name))).output, HasSubstr("uint32 1"));
     }
-    for (const char* name : {"com.Kaven.Other", "com.Kaven.OstelX", "com.Kaven", "org.example.A"}) {
+    for (const char* name :
+         {"com.Kaven.Other", "com.Kaven.OstelX", "com.Kaven.Ostel", "com.Kaven", "org.example.A"}) {
         EXPECT_THAT(bus.Run(Runs(RequestName(name))).errors,
                     HasSubstr("is not allowed to own the service"))
             << name;
@@ -94,7 +95,7 @@ TEST_F(BusPolicy, LetsMembersOwnNothingElse) {
 }
 
 TEST_F(BusPolicy, LetsMembersCallApplicationsThroughTheirInterfaceOnly) {
-    const SystemBus bus(m_Prefix, OrdinaryUser::Group());
+    const SystemBus bus(m_Prefix, WithoutRights::Group());
     const ChildProcess gateway(bus.On(Runs(Gateway())));
     ASSERT_TRUE(gateway.WaitForOutput("ostel-gateway: ready, ")) << gateway.Errors();
     const auto call = [&](const std::string& member) {
@@ -106,7 +107,7 @@ TEST_F(BusPolicy, LetsMembersCallApplicationsThroughTheirInterfaceOnly) {
 
 // The bus announces names to everybody, so the gateway gets along without.
 TEST_F(BusPolicy, LetsMembersNotBecomeMonitors) {
-    const SystemBus bus(m_Prefix, OrdinaryUser::Group());
+    const SystemBus bus(m_Prefix, WithoutRights::Group());
     EXPECT_TRUE(ChildProcess(bus.On(Runs({"dbus-monitor", "--system"})))
                     .WaitForErrors("unable to enable new-style monitoring"));
     const ChildProcess gateway(bus.On(Runs(Gateway())));
