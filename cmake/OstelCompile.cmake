@@ -25,6 +25,19 @@ if(OSTEL_SANITIZE)
   add_link_options(-fsanitize=${OSTEL_SANITIZE})
 endif()
 
+option(OSTEL_SMALL "Make the library as small as its optimisation allows" OFF)
+if(OSTEL_SMALL)
+  set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
+  # Functions and loops begin where the last one ended, none is split into a hot and a cold part,
+  # and what nobody needs is left out.
+  add_compile_options(-ffunction-sections -fdata-sections
+                      -falign-functions=1 -falign-jumps=1 -falign-loops=1
+                      -fno-reorder-blocks-and-partition)
+  # The library's own calls need no way around, and its segments share pages.
+  add_link_options(-Wl,--gc-sections
+    "$<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>:-Wl,-Bsymbolic-functions,-z,noseparate-code>")
+endif()
+
 add_library(ostel_build INTERFACE)
 target_compile_options(ostel_build INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-align -Wcast-qual
