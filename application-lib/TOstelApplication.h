@@ -24,7 +24,7 @@ struct ssl_ctx_st;
 //
 // Each operation blocks its caller for the round trip to the data-model service and may be called
 // from any thread. It returns the service's code; RC_RUNTIME_ERROR when the bus or a document
-// failed, and RC_FAILURE when nobody answered. Both are logged.
+// failed, and RC_FAILURE when nobody answered, both of which are logged.
 //
 // The order of the virtual operations and of the members is part of the binary interface.
 class OSTEL_API TOstelApplication : public IOstelIpcMethodHandler, public TOstelEventListener {

@@ -43,10 +43,9 @@ TTexts Logged() {
     const std::string sources = Sources({"application-lib", "common", "ipc-lib"});
     const char* const line = R"re(ZT_LOG_LEVEL_(?:ERROR|WARNING),\s*"([^"]+)")re";
     TTexts texts = Matches(sources, line);
-    texts.merge(Matches(sources, R"re((?:Fail|runtime_error)\(\s*"([^"]+)")re"));
+    texts.merge(Matches(sources, R"re((?:Fail|runtime_error)\((?:[^";]*\?)?\s*"([^"]+)")re"));
     // The gateway's exceptions end it, or are told to who asked.
     TTexts gateway = Matches(Sources({"gateway"}), line);
-    gateway.erase("%s: %s");
     texts.merge(gateway);
     texts.erase("%s");
     // The document has it without its document at the end.
