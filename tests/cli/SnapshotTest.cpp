@@ -35,6 +35,14 @@ protected:
                                            : line.substr(blanks + 2, line.size() - blanks - 3);
     }
 
+    // Neither now nor with the next commit is anything changed by a snapshot that is refused.
+    static void ExpectToBeTakenBack(const std::string& file) {
+        const std::string before = Cli({"get", "Device."}).output;
+        EXPECT_EQ(Cli({"load", file}).status, 5);
+        EXPECT_EQ(Cli({"commit"}).status, 0);
+        EXPECT_EQ(Cli({"get", "Device."}).output, before);
+    }
+
     TempDir m_Dir;
     int m_Count = 0;
 };
@@ -125,10 +133,7 @@ TEST_F(Snapshot, LoadTakesUniqueKeysBackThatHadMovedOn) {
         {"NAME":")" + second + R"(","VALUE":")" +
                                    Value(first) + R"("},
         {"NAME":")" + LED + R"(Brightness","VALUE":"very"}]})");
-    const std::string before = Cli({"get", "Device."}).output;
-    EXPECT_EQ(Cli({"load", file}).status, 5);
-    EXPECT_EQ(Cli({"commit"}).status, 0);
-    EXPECT_EQ(Cli({"get", "Device."}).output, before);
+    ExpectToBeTakenBack(file);
 }
 
 TEST_F(Snapshot, LoadTakesAUniqueKeyBackFromAnInstanceItAdded) {
@@ -138,10 +143,7 @@ TEST_F(Snapshot, LoadTakesAUniqueKeyBackFromAnInstanceItAdded) {
         {"NAME":")" + ADDRESSES + R"(77.Chaddr","VALUE":")" +
                                    Value(first) + R"("},
         {"NAME":")" + LED + R"(Brightness","VALUE":"very"}]})");
-    const std::string before = Cli({"get", "Device."}).output;
-    EXPECT_EQ(Cli({"load", file}).status, 5);
-    EXPECT_EQ(Cli({"commit"}).status, 0);
-    EXPECT_EQ(Cli({"get", "Device."}).output, before);
+    ExpectToBeTakenBack(file);
 }
 
 TEST_F(Snapshot, LoadLeavesNoInstanceBehindWhenNothingOfItIsKnown) {

@@ -13,6 +13,7 @@
 
 #include "BinaryLayout.h"
 #include "RecordingLog.h"
+#include "RuntimeErrorOf.h"
 
 namespace {
 
@@ -105,16 +106,6 @@ int MakerOf(const IOstelObject* object) {
     return dynamic_cast<const Thing&>(*object).Maker();
 }
 
-template <typename Call>
-std::string ErrorOf(Call call) {
-    try {
-        call();
-    } catch (const std::runtime_error& error) {
-        return error.what();
-    }
-    return "none";
-}
-
 // Outside of any function, as applications do.
 ThingBuilder staticBuilder("static");
 
@@ -155,11 +146,11 @@ TEST(TOstelObjectFactory, TriesAgainAfterAFailedCreation) {
     ThingBuilder builder("X");
     builder.mood = TMood::FAILING;
     const std::string error = "[TOstelObjectFactory] Can't create object type: X";
-    EXPECT_EQ(ErrorOf([] { Factory().GetObjectInstance("X"); }), error);
-    EXPECT_EQ(ErrorOf([] { Factory().GetObjectInstance("X"); }), error);
+    EXPECT_EQ(RuntimeErrorOf([] { Factory().GetObjectInstance("X"); }), error);
+    EXPECT_EQ(RuntimeErrorOf([] { Factory().GetObjectInstance("X"); }), error);
     EXPECT_EQ(builder.calls, 2);
     builder.mood = TMood::WORKING;
-    EXPECT_EQ(ErrorOf([] { Factory().GetObjectInstance("X"); }), "none");
+    EXPECT_EQ(RuntimeErrorOf([] { Factory().GetObjectInstance("X"); }), "nothing was thrown");
     EXPECT_EQ(builder.calls, 3);
     EXPECT_THAT(RecordingLog::Lines(), IsEmpty());
 }
@@ -202,12 +193,12 @@ TEST(TOstelObjectFactory, LogsTheSameBuilderToo) {
 
 TEST(TOstelObjectFactory, ThrowsForANameThatIsNotRegistered) {
     const std::string error = "[TOstelObjectFactory] Can't find object type: ";
-    EXPECT_EQ(ErrorOf([] { Factory().GetObjectInstance(""); }), error);
-    EXPECT_EQ(ErrorOf([] { Factory().CreateObjectInstance(""); }), error);
+    EXPECT_EQ(RuntimeErrorOf([] { Factory().GetObjectInstance(""); }), error);
+    EXPECT_EQ(RuntimeErrorOf([] { Factory().CreateObjectInstance(""); }), error);
     ThingBuilder builder("X");
     for (const char* const name : {"x", "X ", "XX", "%s"}) {
-        EXPECT_EQ(ErrorOf([&] { Factory().GetObjectInstance(name); }), error + name);
-        EXPECT_EQ(ErrorOf([&] { Factory().CreateObjectInstance(name); }), error + name);
+        EXPECT_EQ(RuntimeErrorOf([&] { Factory().GetObjectInstance(name); }), error + name);
+        EXPECT_EQ(RuntimeErrorOf([&] { Factory().CreateObjectInstance(name); }), error + name);
     }
     EXPECT_EQ(builder.calls, 0);
     EXPECT_THAT(RecordingLog::Lines(), IsEmpty());
