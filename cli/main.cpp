@@ -1,5 +1,4 @@
 // ostelcli: the data model at the command line.
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -17,35 +16,11 @@
 #include "Progress.h"
 #include "Remote.h"
 #include "Snapshot.h"
+#include "StandardPlaces.h"
 #include "TOstelApplication.h"
 #include "Watch.h"
 
 namespace {
-
-// What the library opens must not take the place of a standard output that the caller closed:
-// values would be written into a connection. It opens some before this program begins, so that the
-// places can be held only in a new start. They are held by what can neither be read nor written.
-void HoldStandardPlaces(char** argv) {
-    bool areHeld = false;
-    for (const int place : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        const int flags = fcntl(place, F_GETFD);
-        // What came from the caller has outlived an exec.
-        if (flags != -1 && (flags & FD_CLOEXEC) == 0) {
-            continue;
-        }
-        const int null =
-            open("/dev/null", (place == STDIN_FILENO ? O_WRONLY : O_RDONLY) | O_CLOEXEC);
-        if (null == -1 || dup2(null, place) != place || fcntl(place, F_SETFD, 0) != 0) {
-            _exit(EXIT_FAILURE);
-        }
-        areHeld = true;
-    }
-    if (areHeld) {
-        execv("/proc/self/exe", argv);
-        // A descriptor of the library may have been replaced: no way to go on.
-        _exit(EXIT_FAILURE);
-    }
-}
 
 // The verbs; what is to be done is the one that the command line chose.
 class TCommandLine {

@@ -1,5 +1,4 @@
 // The development gateway: serves a data model on any PC, as the dispatcher of a device does.
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
@@ -25,6 +24,7 @@
 #include "ModelLoader.h"
 #include "Presence.h"
 #include "RemoteUnit.h"
+#include "StandardPlaces.h"
 #include "Store.h"
 #include "TOstelApplication.h"
 #include "zt_logging.h"
@@ -45,32 +45,6 @@ std::string DefaultModelFile() {
     std::error_code error;
     const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
     return (program.parent_path().parent_path() / "share/ostel/models/home-gateway.json").string();
-}
-
-// What is printed must not go into the state or a connection, which would take the place of a
-// standard stream that the caller closed. The library opens some before this program begins, so
-// that the places can be held only in a new start. They are held by what can neither be read nor
-// written.
-void HoldStandardPlaces(char** argv) {
-    bool areHeld = false;
-    for (const int place : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        const int flags = fcntl(place, F_GETFD);
-        // What came from the caller has outlived an exec.
-        if (flags != -1 && (flags & FD_CLOEXEC) == 0) {
-            continue;
-        }
-        const int null =
-            open("/dev/null", (place == STDIN_FILENO ? O_WRONLY : O_RDONLY) | O_CLOEXEC);
-        if (null == -1 || dup2(null, place) != place || fcntl(place, F_SETFD, 0) != 0) {
-            _exit(EXIT_FAILURE);
-        }
-        areHeld = true;
-    }
-    if (areHeld) {
-        execv("/proc/self/exe", argv);
-        // A descriptor of the library may have been replaced: no way to go on.
-        _exit(EXIT_FAILURE);
-    }
 }
 
 // Blocked before any thread starts, so that all of them inherit it and only Wait takes them.
