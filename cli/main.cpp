@@ -1,5 +1,4 @@
 // ostelcli: the data model at the command line.
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <charconv>
