@@ -40,9 +40,6 @@ public:
     TNotifier(const TNotifier&) = delete;
     TNotifier& operator=(const TNotifier&) = delete;
 
-    // The application object outlives this one and its worker may still notify.
-    ~TNotifier() override { Unregister(); }
-
     TOstelApplication& Application() const { return *m_Application; }
     TOstelIpc& Ipc() const { return *m_Ipc; }
 
@@ -109,8 +106,15 @@ private:
 };
 
 // Built when the library is loaded, and with it the mapper, the IPC instance and the application
-// object: they are there before any thread of the application can race for them.
-TNotifier theNotifier;
+// object: they are there before any thread of the application can race for them. Never destroyed:
+// the worker may still notify it while the process exits.
+TNotifier& theNotifier = *new TNotifier;
+
+// Ends the callbacks when the process exits. They are cleared, and the observers are left where
+// they are: a callback that ends the process holds the lock under which they could be removed.
+const struct TLastUnsubscription {
+    ~TLastUnsubscription() { ostelAppLibUnsubscribe(); }
+} lastUnsubscription;
 
 // A message of the bus has at most 128 MiB, and an element takes 12 bytes and more of it. A greater
 // count is no count, and there is no array of that size to read.

@@ -87,7 +87,7 @@ typedef struct tOstelAppLibIndexMapRequest {
 
 /* Callbacks run on the library's worker thread, one at a time. Their texts are valid during the
  * call only. A callback may call any function of this header except ostelAppLibInit and
- * ostelAppLibTerm, which wait for the notification to end. */
+ * ostelAppLibTerm, which wait for the notification to end, and may end the process. */
 typedef void (*tOstelAppLibClientDeviceStateCallback)(tOstelAppClientDeviceState state,
                                                       const char* macAddress, const char* hostName);
 typedef void (*tOstelAppLibDataModelChangeCallback)(const char* name, const char* value);
