@@ -178,8 +178,8 @@ OSTEL_API tOstelReturnCode ostelAppLibCommitRemote(const char* remote);
 OSTEL_API tOstelReturnCode ostelAppLibGetFileRemote(tOstelAppLibLongParamRequest* request);
 
 /* Allocation and release; a null record is left alone. Allocating releases what was there; the new
- * elements are not cleared. What cannot be allocated leaves the record empty: null and 0. Releasing
- * leaves it empty, too, and may be repeated. */
+ * elements are not cleared. What cannot be allocated is logged and leaves the record empty: null
+ * and 0. Releasing leaves it empty, too, and may be repeated. */
 OSTEL_API void ostelAppLibAllocateParamArray(tOstelAppLibParamArray* array, uint32_t count);
 OSTEL_API void ostelAppLibReleaseParamArray(tOstelAppLibParamArray* array);
 /* The same two under the names that go with the other records. */

@@ -7,7 +7,6 @@
 #include <cstring>
 #include <exception>
 #include <memory>
-#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -65,18 +64,16 @@ void Release(T*& array, std::uint32_t& count) noexcept {
     count = 0;
 }
 
-// Leaves the array empty when there is no memory for the new one.
+// Leaves the array empty when there is no memory for the new one; the log tells why.
 template <typename T>
 void Allocate(T*& array, std::uint32_t& count, std::uint32_t wanted,
               std::unique_ptr<T[]> (*make)(std::size_t) = NewArray<T>) noexcept {
     Release(array, count);
-    try {
+    Guarded([&] {
         array = make(wanted).release();
         count = wanted;
-    } catch (const std::bad_alloc&) {
-        // The caller sees it.
-        return;
-    }
+        return RC_SUCCESS;
+    });
 }
 
 // For an array that is filled already: whatever fails before leaves the record as it was.

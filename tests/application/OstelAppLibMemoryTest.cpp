@@ -1,6 +1,8 @@
 // The flat interface without memory: whatever allocation fails, a request is done or its record is
 // as it was.
 #include <cstring>
+#include <functional>
+#include <new>
 
 #include "Allocations.h"
 #include "OstelAppLibTest.h"
@@ -55,7 +57,7 @@ void ExpectEmptied(Array Record::*array, Count Record::*count,
     EXPECT_EQ(record.*count, 0U);
 }
 
-TEST(OstelAppLibAllocations, LeaveTheRecordEmptyWhenTheyFail) {
+TEST(OstelAppLibAllocations, LeaveTheRecordEmptyAndALineInTheLogWhenTheyFail) {
     ExpectEmptied(&tOstelAppLibParamArray::params, &tOstelAppLibParamArray::count,
                   ostelAppLibAllocateParamArray);
     ExpectEmptied(&tOstelAppLibParamArray::params, &tOstelAppLibParamArray::count,
@@ -71,6 +73,8 @@ TEST(OstelAppLibAllocations, LeaveTheRecordEmptyWhenTheyFail) {
     Allocations::GoOn();
     EXPECT_EQ(object.params.params, nullptr);
     EXPECT_EQ(object.params.count, 0U);
+    EXPECT_EQ(RecordingLog::Count(2, std::bad_alloc().what()), 5);
+    EXPECT_EQ(RecordingLog::LastFormat(2), "%s");
 }
 
 class OstelAppLibMemory : public OstelAppLib {};
