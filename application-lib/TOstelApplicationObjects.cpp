@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <new>
 
 #include "OstelDocuments.h"
 #include "OstelNameMatch.h"
@@ -23,22 +24,31 @@ json_t* NewText(const std::string& text) {
     return json != nullptr ? json : json_null();
 }
 
-// The elements are made in their array: a copy of each would be most of a large request's cost.
+using TOwnedJson = std::unique_ptr<json_t, decltype(&json_decref)>;
+
+bool SetText(json_t* element, const char* name, const std::string& text) {
+    return json_object_set_new(element, name, NewText(text)) == 0;
+}
+
+// The elements are made in their array: a copy of each would be most of a large request's cost. A
+// request in which one is missing would be granted, and only a part of it be done.
 template <typename Fill>
 void ParamsToJson(const TParams& params, TOstelJsonObject& json, Fill fill) {
-    json_t* const array = json_array();
+    TOwnedJson array(json_array(), &json_decref);
     for (const auto& param : params) {
         json_t* const element = json_object();
-        fill(element, param);
-        json_array_append_new(array, element);
+        const bool isFilled = fill(element, param);
+        if (json_array_append_new(array.get(), element) != 0 || !isFilled) {
+            throw std::bad_alloc();
+        }
     }
-    json.SetJsonObject("PARAMS", array);
+    json.SetJsonObject("PARAMS", array.release());
 }
 
 // "PARAMS" of a request that asks for values: the names alone.
 void NamesToJson(const TParams& params, TOstelJsonObject& json) {
     ParamsToJson(params, json, [](json_t* element, const auto& param) {
-        json_object_set_new(element, "NAME", NewText(param.name));
+        return SetText(element, "NAME", param.name);
     });
 }
 
@@ -53,7 +63,7 @@ void AppendText(std::string& json, const std::string& text) {
         json += '"';
         return;
     }
-    const std::unique_ptr<json_t, decltype(&json_decref)> value(NewText(text), &json_decref);
+    const TOwnedJson value(NewText(text), &json_decref);
     const std::unique_ptr<char, decltype(&std::free)> encoded(
         json_dumps(value.get(), JSON_COMPACT | JSON_ENCODE_ANY), &std::free);
     json += encoded ? encoded.get() : "null";
@@ -90,8 +100,7 @@ void TOstelApplication::PopulateParamArray(const TOstelJsonObject& reply,
 void TOstelApplication::ParamArrayToJson(const std::vector<TOstelAppParam>& params,
                                          TOstelJsonObject& json) {
     ParamsToJson(params, json, [](json_t* element, const auto& param) {
-        json_object_set_new(element, "NAME", NewText(param.name));
-        json_object_set_new(element, "VALUE", NewText(param.value));
+        return SetText(element, "NAME", param.name) && SetText(element, "VALUE", param.value);
     });
 }
 

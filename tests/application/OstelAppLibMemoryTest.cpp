@@ -1,5 +1,8 @@
 // The flat interface without memory: whatever allocation fails, a request is done or its record is
 // as it was.
+#include <jansson.h>
+
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <new>
@@ -138,6 +141,64 @@ TEST_F(OstelAppLibMemory, LongValuesAreKept) {
                    [&] { return request.value == before && request.size == 3; });
     delete[] before;
     ostelAppLibReleaseLongParamRequest(&request);
+}
+
+// The JSON library's memory: the calling thread's allocation after the next `remaining` fails.
+thread_local std::size_t remaining = 0;
+thread_local bool isScarce = false;
+
+void* AllocateJson(std::size_t size) {
+    if (isScarce && remaining-- == 0) {
+        isScarce = false;
+        return nullptr;
+    }
+    return std::malloc(size);
+}
+
+class TScarceJson {
+public:
+    explicit TScarceJson(std::size_t count) {
+        remaining = count;
+        isScarce = true;
+        json_set_alloc_funcs(&AllocateJson, &std::free);
+    }
+    TScarceJson(const TScarceJson&) = delete;
+    TScarceJson& operator=(const TScarceJson&) = delete;
+    ~TScarceJson() {
+        isScarce = false;
+        json_set_alloc_funcs(&std::malloc, &std::free);
+    }
+
+    static bool HasFailed() { return !isScarce; }
+};
+
+// A dispatcher grants what is left of a request that lost an element, and nobody would know.
+TEST_F(OstelAppLibMemory, ARequestGoesOutWithAllItsElementsOrNotAtAll) {
+    for (const char* type : {"SET_PARAM_ARRAY", "SET_OBJECT", "GET_OBJECT"}) {
+        AnswerParams(type, {});
+    }
+    auto object = Named<tOstelAppLibObjectRequest>("Device.");
+    const std::function<tOstelReturnCode()> requests[] = {
+        [&] { return ostelAppLibSetParamArray(&object.params, true); },
+        [&] { return ostelAppLibSetObject(&object, true); },
+        [&] { return ostelAppLibGetObject(&object); }};
+    for (const auto& request : requests) {
+        std::size_t failures = 0;
+        for (bool hasFailed = true; hasFailed; ++failures) {
+            ASSERT_LT(failures, 1000U);
+            Fill(object.params, {"A", "B"});
+            const TScarceJson scarce(failures);
+            request();
+            hasFailed = TScarceJson::HasFailed();
+        }
+        EXPECT_GT(failures, 10U);
+    }
+    for (const auto& request : m_Dispatcher.Requests()) {
+        if (request.text.find("\"PARAMS\"") != std::string::npos) {
+            EXPECT_THAT(request.text, testing::MatchesRegex(".*\\[\\{.+\\},\\{.+\\}\\].*"));
+        }
+    }
+    ostelAppLibReleaseObjectRequest(&object);
 }
 
 // The last allocation of a request is for its record. How many come before it differs from one time
