@@ -57,7 +57,8 @@ std::vector<bool> RunsWithWildcard(const std::string& name) {
     for (std::size_t i = 0; i < name.size(); ++i) {
         const std::size_t length = RunLength(name, i);
         if (length > 0) {
-            runs.push_back(name.find('*', i) < i + length);
+            const char* const run = name.data() + i;
+            runs.push_back(std::find(run, run + length, '*') != run + length);
             i += length;
         }
     }

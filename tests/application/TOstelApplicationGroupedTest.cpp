@@ -230,4 +230,24 @@ TEST_F(TGroupedParamArray, TheWorkGrowsWithTheNumberOfNamesWithWildcards) {
     EXPECT_LT(large, small * 400);
 }
 
+// A reply may hold any name; that of many numbers costs no more than its length.
+TEST_F(TGroupedParamArray, TheWorkGrowsWithTheLengthOfAName) {
+    const auto measure = [this](std::size_t count) {
+        std::string name = "Device";
+        for (std::size_t i = 0; i < count; ++i) {
+            name += ".1";
+        }
+        AnswerWith({{name, "value"}});
+        const double start = ThreadSeconds();
+        const TGroups groups = Get({"Device.*", "Device.Hosts.Host.*.HostName"});
+        const double seconds = ThreadSeconds() - start;
+        EXPECT_THAT(groups, ElementsAre(IsEmpty(), IsEmpty()));
+        return seconds;
+    };
+    measure(12500);
+    const double small = measure(12500);
+    const double large = measure(500000);
+    EXPECT_LT(large, small * 400);
+}
+
 }  // namespace
