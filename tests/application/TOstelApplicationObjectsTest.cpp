@@ -1,4 +1,5 @@
 // What the operations on arrays, objects and index maps make of their replies.
+#include <limits>
 #include <unordered_map>
 
 #include "ApplicationTest.h"
@@ -123,6 +124,24 @@ TEST_F(TOstelApplicationObjects, AnInstanceThatIsNoIntegerIsZero) {
     std::vector<int> ids;
     EXPECT_EQ(m_App.GetObjectIds("Device.Hosts.Host.", ids), RC_SUCCESS);
     EXPECT_THAT(ids, ElementsAre(0, 0, 0, 0, 0, 0, 9));
+}
+
+// Kept: whoever writes the documents knows how wide these numbers are.
+TEST_F(TOstelApplicationObjects, ANumberKeepsItsLow32Bits) {
+    m_Dispatcher.Answer("GET_OBJECT_INSTANCES", R"({"IDS":[4294967299,2147483648,-4294967297]})");
+    std::vector<int> ids;
+    EXPECT_EQ(m_App.GetObjectIds("Device.Hosts.Host.", ids), RC_SUCCESS);
+    EXPECT_THAT(ids, ElementsAre(3, std::numeric_limits<int>::min(), -1));
+    m_Dispatcher.Answer("ADD_OBJECT_INSTANCE", R"({"ID":4294967299})");
+    int id = 7;
+    EXPECT_EQ(m_App.AddObject("Device.Hosts.Host.", id), RC_SUCCESS);
+    EXPECT_EQ(id, 3);
+    m_Dispatcher.Answer("GET_INDEX_MAP",
+                        R"({"DATA_MODELS":[{"NAME":"A","INDEX_MAP":[)"
+                        R"({"APP_INDEX":4294967299,"PLATFORM_INDEX":2147483648}]}]})");
+    TIndexMap map;
+    EXPECT_EQ(m_App.GetIndexMap(map), RC_SUCCESS);
+    EXPECT_THAT(map["A"], ElementsAre(Pair(3, std::numeric_limits<int>::min())));
 }
 
 TEST_F(TOstelApplicationObjects, TheTreeIsAddedToWhatIsThere) {
