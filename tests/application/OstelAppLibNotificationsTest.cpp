@@ -2,6 +2,7 @@
 #include <chrono>
 #include <future>
 #include <thread>
+#include <tuple>
 
 #include "OstelAppLibTest.h"
 
@@ -123,41 +124,66 @@ struct TGate {
 };
 TGate* gate = nullptr;
 
-void WaitAtTheGate(const char*, const char*) {
+template <typename... Arguments>
+void WaitAtTheGate(Arguments...) {
     gate->entered.set_value();
     gate->opened.get_future().wait();
     callbacks.emplace_back("ended");
 }
 
+// One of the three callbacks, and the others.
+struct TPlace {
+    const char* name;
+    void (*subscribeIt)();
+    void (*subscribeTheOthers)();
+    const char* event;
+};
+
+void PrintTo(const TPlace& place, std::ostream* stream) {
+    *stream << place.name;
+}
+
+const TPlace PLACES[] = {
+    {"ClientDeviceState", [] { ostelAppLibSubscribe(WaitAtTheGate, nullptr, nullptr); },
+     [] { ostelAppLibSubscribe(nullptr, OnChange, OnUpdate); }, "EVENT_TYPE_CLIENT_CONNECTED"},
+    {"DataModelChange", [] { ostelAppLibSubscribe(nullptr, WaitAtTheGate, nullptr); },
+     [] { ostelAppLibSubscribe(OnDevice, nullptr, OnUpdate); }, "EVENT_TYPE_PARAM_CHANGED"},
+    {"SoftwareUpdate", [] { ostelAppLibSubscribe(nullptr, nullptr, WaitAtTheGate); },
+     [] { ostelAppLibSubscribe(OnDevice, OnChange, nullptr); },
+     "EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT"}};
+
 class OstelAppLibSubscription : public OstelAppLibNotifications,
-                                public testing::WithParamInterface<bool> {};
+                                public testing::WithParamInterface<std::tuple<TPlace, bool>> {};
 
 // A callback's code may be unloaded, or what it uses be destroyed, once the call has returned.
 TEST_P(OstelAppLibSubscription, IsNotChangedBeforeTheCallbackUnderWayHasEnded) {
+    const auto& [place, isEnded] = GetParam();
+    const auto change = isEnded ? ostelAppLibUnsubscribe : place.subscribeTheOthers;
     TGate here;
     gate = &here;
     ASSERT_EQ(ostelAppLibInit(OSTEL_KTA), RC_SUCCESS);
-    ostelAppLibSubscribe(nullptr, WaitAtTheGate, nullptr);
-    auto event =
-        std::async(std::launch::async, [&] { m_App.OnEvent("EVENT_TYPE_PARAM_CHANGED", "{}"); });
+    place.subscribeIt();
+    const auto tell = [this, event = place.event] { m_App.OnEvent(event, "{}"); };
+    auto underWay = std::async(std::launch::async, tell);
     here.entered.get_future().wait();
-    auto change = std::async(std::launch::async, [] {
-        if (GetParam()) {
-            ostelAppLibUnsubscribe();
-        } else {
-            ostelAppLibSubscribe(OnDevice, nullptr, OnUpdate);
-        }
+    auto changed = std::async(std::launch::async, [change] {
+        change();
         return callbacks;
     });
-    EXPECT_EQ(change.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+    EXPECT_EQ(changed.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
     here.opened.set_value();
-    EXPECT_THAT(change.get(), ElementsAre("ended"));
-    event.get();
-    m_App.OnEvent("EVENT_TYPE_PARAM_CHANGED", "{}");
+    EXPECT_THAT(changed.get(), ElementsAre("ended"));
+    underWay.get();
+    tell();
     EXPECT_THAT(callbacks, ElementsAre("ended"));
 }
 
-INSTANTIATE_TEST_SUITE_P(ByEither, OstelAppLibSubscription, testing::Bool());
+INSTANTIATE_TEST_SUITE_P(OfEach, OstelAppLibSubscription,
+                         testing::Combine(testing::ValuesIn(PLACES), testing::Bool()),
+                         [](const auto& test) {
+                             return std::get<0>(test.param).name +
+                                    std::string(std::get<1>(test.param) ? "Ended" : "Replaced");
+                         });
 
 TEST_F(OstelAppLibNotifications, ACallbackMayUnsubscribeWhileEventsArrive) {
     ostelAppLibInit(OSTEL_KTA);
