@@ -10,6 +10,7 @@
 namespace {
 
 using testing::ElementsAre;
+using testing::ThrowsMessage;
 
 TEST(PatternMatch, LetsTheFirstStarStandForOneSegment) {
     int index = -1;
@@ -26,19 +27,28 @@ TEST(PatternMatch, LetsTheFirstStarStandForOneSegment) {
     EXPECT_EQ(index, 7);
 }
 
+TEST(PatternMatch, LeavesTheIndexAloneWithoutAMatch) {
+    int index = -1;
+    EXPECT_FALSE(patternMatch("A.*.B", "A.3.C", &index));
+    EXPECT_FALSE(patternMatch("A.*.B", "X.3.B", &index));
+    // Nor is the segment of such a name read: it need not be a number.
+    EXPECT_FALSE(patternMatch("A.*.B", "A.x.C", &index));
+    EXPECT_FALSE(patternMatch("A.*.B", "X..B", &index));
+    EXPECT_FALSE(patternMatch("A.*", "A.x.", &index));
+    EXPECT_EQ(index, -1);
+}
+
 TEST(PatternMatch, ReadsTheSegmentAsStoiDoes) {
     int index = 0;
     EXPECT_TRUE(patternMatch("A.*.B", "A. -12x.B", &index));
     EXPECT_EQ(index, -12);
     EXPECT_TRUE(patternMatch("A.*.B", "A..B", nullptr));
     EXPECT_TRUE(patternMatch("A.*.B", "A.x.B", nullptr));
-    try {
-        patternMatch("A.*.B", "A..B", &index);
-        FAIL() << "nothing was thrown";
-    } catch (const std::invalid_argument& error) {
-        EXPECT_STREQ(error.what(), "stoi");
-    }
-    EXPECT_THROW(patternMatch("A.*.B", "A.99999999999.B", &index), std::out_of_range);
+    EXPECT_THAT([&] { patternMatch("A.*.B", "A..B", &index); },
+                ThrowsMessage<std::invalid_argument>("stoi"));
+    EXPECT_THAT([&] { patternMatch("A.*.B", "A.99999999999.B", &index); },
+                ThrowsMessage<std::out_of_range>("stoi"));
+    EXPECT_EQ(index, -12);
 }
 
 TEST(PatternMatch, FailsWithoutAStarOrWithoutAPointBehindIt) {
