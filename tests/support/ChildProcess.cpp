@@ -21,8 +21,8 @@ std::string Contents(const std::string& path) {
     return text.str();
 }
 
-void Redirect(const std::string& path, int flags, int descriptor) {
-    const int file = open(path.c_str(), flags | O_CLOEXEC, 0600);
+void Redirect(const char* path, int flags, int descriptor) {
+    const int file = open(path, flags | O_CLOEXEC, 0600);
     dup2(file, descriptor);
 }
 
@@ -35,6 +35,11 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, const std::s
         arguments.push_back(const_cast<char*>(argument.c_str()));
     }
     arguments.push_back(nullptr);
+    // The child takes no memory: where a sanitizer is in the allocator's place, a thread that is in
+    // there at the fork leaves it locked for good.
+    const std::string in = m_Dir.File("in");
+    const std::string out = m_Dir.File("out");
+    const std::string err = m_Dir.File("err");
     m_Pid = fork();
     if (m_Pid < 0) {
         // A signal to process -1 would go to every process there is.
@@ -42,9 +47,9 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, const std::s
     }
     if (m_Pid == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        Redirect(m_Dir.File("in"), O_RDONLY, STDIN_FILENO);
-        Redirect(m_Dir.File("out"), O_WRONLY | O_CREAT, STDOUT_FILENO);
-        Redirect(m_Dir.File("err"), O_WRONLY | O_CREAT, STDERR_FILENO);
+        Redirect(in.c_str(), O_RDONLY, STDIN_FILENO);
+        Redirect(out.c_str(), O_WRONLY | O_CREAT, STDOUT_FILENO);
+        Redirect(err.c_str(), O_WRONLY | O_CREAT, STDERR_FILENO);
         execvp(arguments[0], arguments.data());
         _exit(127);
     }
