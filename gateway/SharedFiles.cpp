@@ -28,13 +28,21 @@ private:
     int m_Descriptor;
 };
 
+constexpr int MOST_ATTEMPTS = 1000;
+
 // The kernel itself keeps the whole resolution below the directory, so that nobody who changes a
 // link in between can lead it elsewhere. Without blocking, since a FIFO may be waiting there.
 int OpenBeneath(int directory, const std::string& name) {
     open_how how{};
     how.flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
     how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
-    return static_cast<int>(syscall(SYS_openat2, directory, name.c_str(), &how, sizeof how));
+    long file = -1;
+    int attempts = 0;
+    do {
+        file = syscall(SYS_openat2, directory, name.c_str(), &how, sizeof how);
+        // A ".." is not followed while anything is renamed, wherever that is.
+    } while (file < 0 && errno == EAGAIN && ++attempts < MOST_ATTEMPTS);
+    return static_cast<int>(file);
 }
 
 }  // namespace

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "Emulated.h"
 #include "TempDir.h"
@@ -64,6 +66,25 @@ TEST_F(SharedFiles, GivesNothingElse) {
 TEST_F(SharedFiles, FollowsLinksThatStayBelow) {
     std::filesystem::create_symlink("../plain", m_Dir.File("shared/inner/link"));
     EXPECT_EQ(Read("inner/link"), "plain");
+}
+
+TEST_F(SharedFiles, GivesAFileWhateverIsRenamedMeanwhile) {
+    Write("a", "");
+    std::atomic<bool> isOver{false};
+    std::thread renaming([&] {
+        while (!isOver) {
+            std::filesystem::rename(m_Dir.File("a"), m_Dir.File("b"));
+            std::filesystem::rename(m_Dir.File("b"), m_Dir.File("a"));
+        }
+    });
+    const TSharedFiles files(m_Dir.File("shared"));
+    int given = 0;
+    for (int i = 0; i < 20000; ++i) {
+        given += files.Read("inner/../plain", 5) == "plain" ? 1 : 0;
+    }
+    isOver = true;
+    renaming.join();
+    EXPECT_EQ(given, 20000);
 }
 
 TEST_F(SharedFiles, HasALimit) {
