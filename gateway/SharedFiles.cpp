@@ -30,6 +30,12 @@ private:
 
 constexpr int MOST_ATTEMPTS = 1000;
 
+// Asked for nothing but that: a time or a number that does not fit would be an error.
+bool IsRegularFile(int file) {
+    struct statx status {};
+    return statx(file, "", AT_EMPTY_PATH, STATX_TYPE, &status) == 0 && S_ISREG(status.stx_mode);
+}
+
 // The kernel itself keeps the whole resolution below the directory, so that nobody who changes a
 // link in between can lead it elsewhere. Without blocking, since a FIFO may be waiting there.
 int OpenBeneath(int directory, const std::string& name) {
@@ -68,8 +74,7 @@ std::optional<std::string> TSharedFiles::Read(const std::string& name, std::size
         return std::nullopt;
     }
     const TDescriptor file(OpenBeneath(m_Directory, name));
-    struct stat status {};
-    if (file.Get() < 0 || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (file.Get() < 0 || !IsRegularFile(file.Get())) {
         return std::nullopt;
     }
     // One byte more than allowed tells a file that is too long, or that grows meanwhile.
