@@ -163,7 +163,9 @@ void TRemoteService::Serve(int socket, const std::string& peerAddress) {
         state == TDocumentEnd::TState::COMPLETE && end.Length() <= RemoteProtocol::LARGEST_REQUEST;
     // How much of what follows has come along depends on the moment, so that it must not matter.
     request.resize(isWhole ? end.Length() : 0);
-    session.Write(m_Answer(request, peerAddress));
+    if (session.Write(m_Answer(request, peerAddress))) {
+        session.End(RemoteProtocol::LARGEST_REQUEST);
+    }
 }
 
 bool SendRemoteEvent(const TTlsContext& context, const std::string& address,

@@ -6,6 +6,7 @@
 #include <openssl/x509v3.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +15,7 @@
 #include <limits>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 namespace {
 
@@ -128,10 +130,7 @@ TTlsSession::TTlsSession(int socket, const TTlsContext& context, TRole role,
 }
 
 TTlsSession::~TTlsSession() {
-    if (m_IsOpen) {
-        ERR_clear_error();
-        SSL_shutdown(m_Session.get());
-    }
+    SayGoodbye();
     m_Session.reset();
     close(m_Socket);
 }
@@ -191,4 +190,25 @@ bool TTlsSession::Write(const std::string& bytes) {
            Run([&bytes](SSL* session) {
                return SSL_write(session, bytes.data(), static_cast<int>(bytes.size()));
            }) > 0;
+}
+
+void TTlsSession::SayGoodbye() {
+    if (std::exchange(m_IsOpen, false)) {
+        ERR_clear_error();
+        SSL_shutdown(m_Session.get());
+    }
+}
+
+void TTlsSession::End(std::size_t most) {
+    SayGoodbye();
+    shutdown(m_Socket, SHUT_WR);
+    std::array<char, 4096> ignored{};
+    std::size_t taken = 0;
+    while (taken < most && WaitFor(m_Socket, POLLIN, m_Stop, m_Deadline)) {
+        const ssize_t size = recv(m_Socket, ignored.data(), ignored.size(), 0);
+        if (size <= 0) {
+            return;
+        }
+        taken += static_cast<std::size_t>(size);
+    }
 }

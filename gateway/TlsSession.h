@@ -64,8 +64,14 @@ public:
     std::string ReadSome();
     bool ReadExactly(std::size_t length, std::string& bytes);
     bool Write(const std::string& bytes);
+    // Ends the session and takes in what still comes, at most so many bytes, until the peer ends it
+    // as well: a socket that is closed with something unread in it loses what the peer has not
+    // taken yet.
+    void End(std::size_t most);
 
 private:
+    void SayGoodbye();
+
     // The operation's positive result, or 0.
     template <typename TOperation>
     int Run(TOperation operation);

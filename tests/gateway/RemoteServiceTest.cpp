@@ -2,6 +2,7 @@
 #include "RemoteService.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -339,6 +340,48 @@ TEST_F(RemoteService, SaysWhyItCannotListen) {
     EXPECT_EQ(error(m_Host), m_Host + ":42042: Address already in use");
     EXPECT_EQ(error("192.0.2.1"), "192.0.2.1:42042: Cannot assign requested address");
     EXPECT_EQ(error("localhost"), "localhost: not an IPv4 address");
+}
+
+class AClientOfTheRemoteService : public RemoteService {
+protected:
+    std::unique_ptr<TTlsSession> Connect() {
+        const int connected = ConnectPlainly();
+        EXPECT_EQ(fcntl(connected, F_SETFL, O_NONBLOCK), 0);
+        auto client = std::make_unique<TTlsSession>(
+            connected, m_Context, TTlsSession::TRole::CLIENT, m_Stop,
+            std::chrono::steady_clock::now() + std::chrono::seconds(10));
+        EXPECT_TRUE(client->Handshake());
+        return client;
+    }
+
+    bool TakesAnswer(TTlsSession& client) const {
+        std::string answer;
+        return client.ReadExactly(8 + 2 + m_Binary.size(), answer);
+    }
+
+    TStopSignal m_Stop;
+};
+
+TEST_F(AClientOfTheRemoteService, LosesNothingByWhatItSendsBehindItsRequest) {
+    m_Binary = std::string(RemoteProtocol::LARGEST_BINARY, 'x');
+    Start();
+    const auto client = Connect();
+    const auto during = Resources::Descriptors();
+    ASSERT_TRUE(client->Write("{}"));
+    ASSERT_TRUE(WaitUntil([&] { return m_Requests == 1; }));
+    ASSERT_TRUE(client->Write("\n"));
+    // Time for the service to close its end, if it does not see to it that all has arrived.
+    WaitUntil([&] { return Resources::Descriptors() < during; }, milliseconds(300));
+    EXPECT_TRUE(TakesAnswer(*client));
+}
+
+TEST_F(AClientOfTheRemoteService, MayNotStayForever) {
+    Start(milliseconds(500));
+    const auto before = Resources::Descriptors();
+    const auto client = Connect();
+    ASSERT_TRUE(client->Write("{}"));
+    EXPECT_TRUE(TakesAnswer(*client));
+    EXPECT_TRUE(WaitUntil([&] { return Resources::Descriptors() == before + 1; }));
 }
 
 class Delivering : public RemoteService {
