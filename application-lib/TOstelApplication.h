@@ -113,8 +113,8 @@ public:
 
     // Requests to another unit, by its IP address: one connection each, on the calling thread, with
     // no time-out of its own for a peer that says nothing. They return RC_SUCCESS or RC_FAILURE and
-    // nothing else, log each failure, and may come from several threads once EnableSecureRemote has
-    // been called. An IPv6 address is understood, but cannot be connected to.
+    // nothing else, log each failure, and may come from several threads. An IPv6 address is
+    // understood, but cannot be connected to.
     //
     // They are encrypted, and the peer's certificate is verified, when this unit's certificates are
     // in place. Otherwise they go out all the same:
@@ -128,7 +128,7 @@ public:
     // Where "ostel.cert.pem", "ostel.key.pem" and "ostelRoot.cert.pem" are; ends in "/". Looked at
     // while there are no certificates in use yet.
     void SetCertPath(const std::string& path);
-    // Loads PEM files, in place of those in use. Not while requests are under way.
+    // Loads PEM files, in place of those in use, which requests under way still go on with.
     bool EnableSecureRemote(const std::string& cert, const std::string& key,
                             const std::string& root);
 

@@ -30,6 +30,15 @@ constexpr std::uint16_t PORT = 42042;
 const char* const MODULE = "application-lib/TOstelApplication";
 const char* const PERFORM = "PerformRemoteRequest";
 
+// Of the certificates in use. A unit that has none looks for them with each request, and so may
+// several threads at once.
+std::mutex s_ContextMutex;
+
+struct TContextFree {
+    void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
+};
+using TContext = std::unique_ptr<SSL_CTX, TContextFree>;
+
 class TDescriptor {
 public:
     explicit TDescriptor(int descriptor) : m_Descriptor(descriptor) {}
@@ -68,6 +77,51 @@ bool LoadIdentity(SSL_CTX* context, const std::string& cert, const std::string& 
         return false;
     }
     return true;
+}
+
+// What EnableSecureRemote does.
+bool Load(SSL_CTX*& context, const std::string& cert, const std::string& key,
+          const std::string& root) {
+    OPENSSL_init_ssl(OPENSSL_INIT_LOAD_SSL_STRINGS | OPENSSL_INIT_LOAD_CRYPTO_STRINGS, nullptr);
+    OPENSSL_init_ssl(0, nullptr);
+    SSL_CTX_free(context);
+    context = SSL_CTX_new(TLS_client_method());
+    if (context == nullptr) {
+        ztLogging_log(ZT_LOG_LEVEL_ERROR, "Unable to create SSL context");
+        return false;
+    }
+    SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION);
+    if (!LoadIdentity(context, cert, key)) {
+        SSL_CTX_free(context);
+        context = nullptr;
+        return false;
+    }
+    const int loaded = SSL_CTX_load_verify_locations(context, root.c_str(), nullptr);
+    if (loaded != 1) {
+        // The context is kept: units without a root in their factory state still talk TLS, though
+        // to anybody.
+        ztLogging_log(ZT_LOG_LEVEL_ERROR, "Client: SSL Failed to load certs. Error %d", loaded);
+        return false;
+    }
+    SSL_CTX_set_verify(context, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+    SSL_CTX_set_verify_depth(context, 3);
+    SSL_CTX_set_options(context, SSL_OP_NO_SSLv3);
+    return true;
+}
+
+// The certificates in use, for as long as one request takes; null when there are none.
+TContext InUse(SSL_CTX*& context, const std::string& directory) {
+    const std::lock_guard<std::mutex> lock(s_ContextMutex);
+    if (context == nullptr &&
+        !Load(context, directory + "ostel.cert.pem", directory + "ostel.key.pem",
+              directory + "ostelRoot.cert.pem")) {
+        // Goes on, in plain text: units that have no certificates yet are set up that way.
+        ztLogging_log(ZT_LOG_LEVEL_ERROR, "Failed to init SSL");
+    }
+    if (context != nullptr) {
+        SSL_CTX_up_ref(context);
+    }
+    return TContext(context);
 }
 
 std::optional<sockaddr_storage> ToAddress(const std::string& host) {
@@ -138,31 +192,8 @@ void TOstelApplication::SetCertPath(const std::string& path) {
 
 bool TOstelApplication::EnableSecureRemote(const std::string& cert, const std::string& key,
                                            const std::string& root) {
-    OPENSSL_init_ssl(OPENSSL_INIT_LOAD_SSL_STRINGS | OPENSSL_INIT_LOAD_CRYPTO_STRINGS, nullptr);
-    OPENSSL_init_ssl(0, nullptr);
-    SSL_CTX_free(m_TlsContext);
-    m_TlsContext = SSL_CTX_new(TLS_client_method());
-    if (m_TlsContext == nullptr) {
-        ztLogging_log(ZT_LOG_LEVEL_ERROR, "Unable to create SSL context");
-        return false;
-    }
-    SSL_CTX_set_min_proto_version(m_TlsContext, TLS1_2_VERSION);
-    if (!LoadIdentity(m_TlsContext, cert, key)) {
-        SSL_CTX_free(m_TlsContext);
-        m_TlsContext = nullptr;
-        return false;
-    }
-    const int loaded = SSL_CTX_load_verify_locations(m_TlsContext, root.c_str(), nullptr);
-    if (loaded != 1) {
-        // The context is kept: units without a root in their factory state still talk TLS, though
-        // to anybody.
-        ztLogging_log(ZT_LOG_LEVEL_ERROR, "Client: SSL Failed to load certs. Error %d", loaded);
-        return false;
-    }
-    SSL_CTX_set_verify(m_TlsContext, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
-    SSL_CTX_set_verify_depth(m_TlsContext, 3);
-    SSL_CTX_set_options(m_TlsContext, SSL_OP_NO_SSLv3);
-    return true;
+    const std::lock_guard<std::mutex> lock(s_ContextMutex);
+    return Load(m_TlsContext, cert, key, root);
 }
 
 bool TOstelApplication::PerformRemoteRequest(const std::string& request, const std::string& host,
@@ -171,20 +202,14 @@ bool TOstelApplication::PerformRemoteRequest(const std::string& request, const s
     if (!address) {
         return false;
     }
-    if (m_TlsContext == nullptr &&
-        !EnableSecureRemote(m_CertificateDirectory + "ostel.cert.pem",
-                            m_CertificateDirectory + "ostel.key.pem",
-                            m_CertificateDirectory + "ostelRoot.cert.pem")) {
-        // Goes on, in plain text: units that have no certificates yet are set up that way.
-        ztLogging_log(ZT_LOG_LEVEL_ERROR, "Failed to init SSL");
-    }
+    const TContext context = InUse(m_TlsContext, m_CertificateDirectory);
     TDescriptor descriptor = Connect(*address, host);
     if (descriptor.Get() == -1) {
         return false;
     }
     const std::unique_ptr<TOstelRawSocket> socket =
-        m_TlsContext != nullptr
-            ? std::make_unique<TOstelSslSocket>(descriptor.Get(), m_TlsContext, false)
+        context != nullptr
+            ? std::make_unique<TOstelSslSocket>(descriptor.Get(), context.get(), false)
             : std::make_unique<TOstelRawSocket>(descriptor.Get());
     // The socket closes it from here on; not before, as there may be no memory for one.
     descriptor.Release();

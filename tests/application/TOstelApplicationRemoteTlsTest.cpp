@@ -329,6 +329,23 @@ TEST_F(TOstelApplicationRemoteTls, ThreadsShareTheCertificatesAndNothingElse) {
     }
 }
 
+// Each request looks for certificates anew.
+TEST_F(TOstelApplicationRemoteTls, ThreadsNeedNoCertificates) {
+    const std::string host = TlsPeer::FreeHost();
+    std::vector<std::future<void>> results(4);
+    for (auto& result : results) {
+        result = std::async(std::launch::async, [&] {
+            for (int i = 0; i < 200; ++i) {
+                EXPECT_EQ(m_App.CommitRemote(host), RC_FAILURE);
+            }
+        });
+    }
+    for (auto& result : results) {
+        result.get();
+    }
+    EXPECT_EQ(RecordingLog::Count(2, "Failed to init SSL"), 800);
+}
+
 TEST_F(TOstelApplicationRemoteTls, TalksToTheServerOfTheOpensslProgram) {
     const TempDir dir;
     const std::string input = dir.File("input");
