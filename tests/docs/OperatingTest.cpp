@@ -1,5 +1,4 @@
-// docs/operating.md explains every error and warning that the library logs, and none that it does
-// not.
+// docs/operating.md explains every line that the library logs, and none that it does not.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -41,13 +40,14 @@ std::string Sources(std::initializer_list<const char*> rooms) {
 // The formats of the lines, and the texts of the exceptions that are logged as they are.
 TTexts Logged() {
     const std::string sources = Sources({"application-lib", "common", "ipc-lib"});
-    const char* const line = R"re(ZT_LOG_LEVEL_(?:ERROR|WARNING),\s*"([^"]+)")re";
+    // What stands between is the place that the line names.
+    const char* const line =
+        R"re(ZT_LOG_LEVEL_(?:ERROR|WARNING|NOTICE|INFO|DEBUG),\s*(?:(?:\w+|"\w+"),\s*)*"([^"]+)")re";
     TTexts texts = Matches(sources, line);
     texts.merge(Matches(sources, R"re((?:Fail|runtime_error)\((?:[^";]*\?)?\s*"([^"]+)")re"));
     // The gateway's exceptions end it, or are told to who asked.
     TTexts gateway = Matches(Sources({"gateway"}), line);
     texts.merge(gateway);
-    texts.erase("%s");
     // The document has it without its document at the end.
     texts.erase("Remote Ostel has failed with '%s'. \\n\\n %s\\n");
     return texts;
@@ -69,7 +69,7 @@ bool IsExplained(const std::string& logged, const TTexts& explained) {
 TEST(Operating, ExplainsEveryLine) {
     const TTexts explained = Explained();
     const TTexts logged = Logged();
-    EXPECT_GT(logged.size(), 35U);
+    EXPECT_GT(logged.size(), 50U);
     for (const std::string& text : logged) {
         EXPECT_TRUE(IsExplained(text, explained)) << text;
     }
@@ -80,7 +80,7 @@ TEST(Operating, ExplainsNoLineThatIsNotThere) {
     for (const std::string& text : Explained()) {
         const bool isFormat = text.find('%') != std::string::npos;
         if (isFormat) {
-            EXPECT_THAT(sources, testing::HasSubstr('"' + text)) << text;
+            EXPECT_NE(sources.find('"' + text), std::string::npos) << text;
         }
     }
 }
