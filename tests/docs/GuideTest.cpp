@@ -147,10 +147,15 @@ TEST(Guide, CanBeFollowed) {
 
 class Documents : public testing::TestWithParam<const char*> {};
 
-TEST_P(Documents, NameFilesThatAreThere) {
+TEST_P(Documents, LinkToWhatIsThere) {
     const std::filesystem::path document = GetParam();
-    for (const std::string& link : Markdown(document).Links()) {
-        EXPECT_TRUE(std::filesystem::exists(OSTEL_ROOT / document.parent_path() / link)) << link;
+    for (const Markdown::TLink& link : Markdown(document).Links()) {
+        const std::filesystem::path target =
+            link.file.empty() ? document : document.parent_path() / link.file;
+        ASSERT_TRUE(std::filesystem::exists(OSTEL_ROOT / target)) << target;
+        if (!link.anchor.empty()) {
+            EXPECT_THAT(Markdown(target).Anchors(), testing::Contains(link.anchor)) << target;
+        }
     }
 }
 

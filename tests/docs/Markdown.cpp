@@ -1,5 +1,6 @@
 #include "Markdown.h"
 
+#include <cctype>
 #include <fstream>
 #include <regex>
 #include <sstream>
@@ -55,11 +56,31 @@ std::vector<std::string> Markdown::Blocks(const std::string& language,
     return contents;
 }
 
-std::vector<std::string> Markdown::Links() const {
-    static const std::regex link(R"(\]\(([^)#:]+)(#[^)]*)?\))");
-    std::vector<std::string> targets;
+std::vector<Markdown::TLink> Markdown::Links() const {
+    static const std::regex link(R"(\]\(([^)#:]*)(?:#([^)]*))?\))");
+    std::vector<TLink> links;
     for (std::sregex_iterator next(m_Text.begin(), m_Text.end(), link), end; next != end; ++next) {
-        targets.push_back((*next)[1].str());
+        links.push_back({(*next)[1], (*next)[2]});
     }
-    return targets;
+    return links;
+}
+
+std::set<std::string> Markdown::Anchors() const {
+    std::set<std::string> anchors;
+    std::istringstream lines(m_Text);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.rfind('#', 0) != 0) {
+            continue;
+        }
+        std::string anchor;
+        for (const char c : line.substr(line.find_first_not_of("# "))) {
+            if (std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '-' || c == '_') {
+                anchor += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+            } else if (c == ' ') {
+                anchor += '-';
+            }
+        }
+        anchors.insert(anchor);
+    }
+    return anchors;
 }

@@ -1,6 +1,7 @@
 #ifndef MARKDOWN_H
 #define MARKDOWN_H
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -25,8 +26,16 @@ public:
     std::vector<std::string> Blocks(const std::string& language,
                                     const std::string& heading = "") const;
 
-    // The targets of all links within the project.
-    std::vector<std::string> Links() const;
+    struct TLink {
+        std::string file;    // empty for the document itself
+        std::string anchor;  // empty for the file as a whole
+    };
+
+    // All links within the project.
+    std::vector<TLink> Links() const;
+
+    // Where a link may point to: one for each heading.
+    std::set<std::string> Anchors() const;
 
 private:
     std::string m_Text;
