@@ -10,6 +10,7 @@
 
 #include "Commands.h"
 #include "LongValue.h"
+#include "NoBus.h"
 #include "Objects.h"
 #include "Output.h"
 #include "Progress.h"
@@ -90,9 +91,7 @@ private:
             application.Initialize(OSTEL_CLI);
         }
         if (m_NeedsBus && !application.IsInitialized()) {
-            Output::Complain(
-                "cannot connect to the bus (DBUS_SYSTEM_BUS_ADDRESS names another than the "
-                "system's)");
+            Output::Complain(NoBus());
             return Output::NO_BUS;
         }
         const int status = m_Run();

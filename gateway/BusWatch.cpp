@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <stdexcept>
 
+#include "NoBus.h"
+
 namespace {
 
 const std::string NAME_PREFIX = "com.Kaven.Ostel.";
@@ -19,8 +21,7 @@ void TBusWatch::TClose::operator()(DBusConnection* connection) const {
 
 TBusWatch::TBusWatch() : m_Connection(dbus_bus_get_private(DBUS_BUS_SYSTEM, nullptr)) {
     if (m_Connection == nullptr) {
-        throw std::runtime_error(
-            "cannot connect to the bus (DBUS_SYSTEM_BUS_ADDRESS names another than the system's)");
+        throw std::runtime_error(NoBus());
     }
     dbus_connection_set_exit_on_disconnect(m_Connection.get(), false);
 }
