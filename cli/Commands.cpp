@@ -29,6 +29,14 @@ bool IsActive(const std::string& name) {
     return active;
 }
 
+// Who leaves out the point at the end of a path is told the same as who misspells a name.
+void ComplainOfMissingPoint(const std::string& name) {
+    TParams below;
+    if (name.back() != '.' && Application().GetParam(name + '.', below) == RC_SUCCESS) {
+        Output::Complain("'" + name + ".' is there: the path of an object ends in a point");
+    }
+}
+
 }  // namespace
 
 int Get(const std::vector<std::string>& names, bool json) {
@@ -39,6 +47,9 @@ int Get(const std::vector<std::string>& names, bool json) {
         const tOstelReturnCode code = Application().GetParam(name, params);
         if (code != RC_SUCCESS) {
             status = Output::Fail(name, code);
+            if (code == RC_INVALID_PARAM_NAME && !name.empty()) {
+                ComplainOfMissingPoint(name);
+            }
             continue;
         }
         all.insert(all.end(), params.begin(), params.end());

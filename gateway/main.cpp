@@ -2,6 +2,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/signalfd.h>
+#include <sysexits.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -219,9 +220,15 @@ int Run(int argc, char** argv) {
         ->option_text("DIR");
     app.set_version_flag("--version", TOstelApplication::GetInstance()->GetVersion());
     app.footer(
+        "Exit status: 0 after SIGINT or SIGTERM, 64 for a wrong command line, 1 for whatever else\n"
+        "keeps it from serving, which it says, the end of its bus included.\n\n"
         "Example: ostel-gateway --model tr-181-2-15-0-usp-full.xml --model my-product.json "
         "--state /tmp/state.sqlite");
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? EXIT_SUCCESS : EX_USAGE;
+    }
     if (options.models.empty()) {
         options.models.push_back(DefaultModelFile());
     }

@@ -321,7 +321,20 @@ TEST(GatewayStart, WithoutABusSaysSo) {
     TempDir dir;
     const TFinished gateway = RunProgram({OSTEL_GATEWAY, "--state", dir.File("state")});
     EXPECT_EQ(gateway.status, 1);
-    EXPECT_THAT(gateway.errors, HasSubstr("ostel-gateway: cannot connect to the bus"));
+    EXPECT_EQ(gateway.errors,
+              "ostel-gateway: cannot connect to the bus at DBUS_SYSTEM_BUS_ADDRESS, "
+              "'unix:path=/nonexistent'\n");
+}
+
+TEST(GatewayStart, RefusesAWrongCommandLine) {
+    for (const std::vector<std::string>& options :
+         {std::vector<std::string>{"--unknown"}, {"--fill", "many"}, {"--files", "/tmp"}}) {
+        std::vector<std::string> command = {OSTEL_GATEWAY};
+        command.insert(command.end(), options.begin(), options.end());
+        const TFinished gateway = RunProgram(command);
+        EXPECT_EQ(gateway.status, 64) << options[0];
+        EXPECT_THAT(gateway.errors, HasSubstr(options[0]));
+    }
 }
 
 TEST(GatewayStart, TellsItsVersionAndOptions) {
