@@ -14,14 +14,17 @@ function(ostel_tool target)
   if(NOT runs_here OR OSTEL_SANITIZE)
     return()
   endif()
-  set(page "${PROJECT_BINARY_DIR}/man/${target}.1")
+  # Where man looks for the pages of a program in bin.
+  set(plain "${PROJECT_BINARY_DIR}/man/man1/${target}.1")
+  set(page "${plain}")
   if(OSTEL_PACKAGES)
     set(compress COMMAND gzip -9nf "${page}")
     string(APPEND page .gz)
   endif()
   add_custom_command(OUTPUT "${page}"
     COMMAND Python3::Interpreter "${PROJECT_SOURCE_DIR}/scripts/make-man"
-      "${PROJECT_BINARY_DIR}/man/${target}.1" "${PROJECT_BINARY_DIR}" ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${target}>
+      "${plain}" "${PROJECT_BINARY_DIR}"
+      ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${target}>
     ${compress}
     DEPENDS ${target} "${PROJECT_SOURCE_DIR}/scripts/make-man"
     COMMENT "Making the man page of ${target}" VERBATIM)
