@@ -1,4 +1,6 @@
 // Names with "*" against a plain, slow reference.
+#include <algorithm>
+#include <array>
 #include <vector>
 
 #include "Fuzz.h"
@@ -17,45 +19,47 @@ bool IsDigit(char c) {
 // names' ends.
 class TEveryWay {
 public:
-    TEveryWay(const std::string& left, const std::string& right)
-        : m_Left(left), m_Right(right), m_Width(right.size() + 1) {
-        m_Equal.resize((left.size() + 1) * m_Width);
-        m_LeftEats = m_Equal;
-        m_RightEats = m_Equal;
+    TEveryWay(const std::string& left, const std::string& right) : m_Left(left), m_Right(right) {
         for (std::size_t l = left.size() + 1; l-- > 0;) {
-            for (std::size_t r = m_Width; r-- > 0;) {
-                Tell(l, r);
+            for (std::size_t r = right.size() + 1; r-- > 0;) {
+                m_From[l][r] = Tell(l, r);
             }
         }
     }
 
-    bool CanBeEqual() const { return m_Equal[0]; }
+    bool CanBeEqual() const { return m_From[0][0].equal; }
 
 private:
-    // What is known behind these places tells of the names from these places on.
-    void Tell(std::size_t l, std::size_t r) {
-        const std::size_t here = l * m_Width + r;
+    // Of the names from two places on.
+    struct TKnown {
+        bool equal;
+        // A "*" that stands just before one of the places takes some of the other name's digits.
+        bool leftEats;
+        bool rightEats;
+    };
+
+    // From what is known behind these places.
+    TKnown Tell(std::size_t l, std::size_t r) const {
         const bool inLeft = l < m_Left.size();
         const bool inRight = r < m_Right.size();
-        const std::size_t nextLeft = here + m_Width;
-        const std::size_t nextRight = here + 1;
-        // A "*" that stands just before one of the places takes some of the other name's digits.
-        m_LeftEats[here] =
-            inRight && IsDigit(m_Right[r]) && (m_Equal[nextRight] || m_LeftEats[nextRight]);
-        m_RightEats[here] =
-            inLeft && IsDigit(m_Left[l]) && (m_Equal[nextLeft] || m_RightEats[nextLeft]);
-        const bool same = inLeft && inRight && m_Left[l] == m_Right[r] && m_Equal[nextLeft + 1];
-        const bool byLeft = inLeft && m_Left[l] == '*' && m_LeftEats[nextLeft];
-        const bool byRight = inRight && m_Right[r] == '*' && m_RightEats[nextRight];
-        m_Equal[here] = same || byLeft || byRight || (!inLeft && !inRight);
+        const TKnown nextLeft = inLeft ? m_From[l + 1][r] : TKnown{};
+        const TKnown nextRight = inRight ? m_From[l][r + 1] : TKnown{};
+        TKnown known{};
+        known.leftEats = inRight && IsDigit(m_Right[r]) && (nextRight.equal || nextRight.leftEats);
+        known.rightEats = inLeft && IsDigit(m_Left[l]) && (nextLeft.equal || nextLeft.rightEats);
+        const bool same =
+            inLeft && inRight && m_Left[l] == m_Right[r] && m_From[l + 1][r + 1].equal;
+        const bool byLeft = inLeft && m_Left[l] == '*' && nextLeft.leftEats;
+        const bool byRight = inRight && m_Right[r] == '*' && nextRight.rightEats;
+        known.equal = same || byLeft || byRight || (!inLeft && !inRight);
+        return known;
     }
+
+    using TRow = std::array<TKnown, LONGEST + 1>;
 
     const std::string& m_Left;
     const std::string& m_Right;
-    const std::size_t m_Width;
-    std::vector<bool> m_Equal;
-    std::vector<bool> m_LeftEats;
-    std::vector<bool> m_RightEats;
+    std::array<TRow, LONGEST + 1> m_From;
 };
 
 // Only then there is but one way to read each "*".
