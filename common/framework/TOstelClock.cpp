@@ -166,12 +166,19 @@ void TOstelClock::NotifySystemTimeObservers() {
 
 void TOstelClock::InstallTimerCallback(std::unique_ptr<ITimerCallback> callback,
                                        std::shared_ptr<void> needed) {
-    auto installed = std::make_shared<TTimerCallback>();
-    installed->callback = std::move(callback);
+    // What a callback needs stays beside it, too: it may still run when the next one comes.
+    struct TInstalled {
+        std::shared_ptr<void> needed;
+        TTimerCallback holder;
+    };
+    const auto installed = std::make_shared<TInstalled>();
+    installed->needed = needed;
+    installed->holder.callback = std::move(callback);
     const std::lock_guard<std::mutex> lock(m_Mutex);
     m_NeededByTimerCallback = std::move(needed);
     // Atomically, for the timer's worker looks without the lock.
-    std::atomic_store(&m_TimerCallback, std::move(installed));
+    std::atomic_store(&m_TimerCallback,
+                      std::shared_ptr<TTimerCallback>(installed, &installed->holder));
 }
 
 void TOstelClock::TimerThreadHandler(unsigned int period) {

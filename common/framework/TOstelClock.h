@@ -86,7 +86,7 @@ public:
 protected:
     // From now on `callback` is called instead of the observers, or nobody when it is null. Each
     // reset, and so each SetTimer, takes it away again. `needed` is kept until the clock is
-    // destroyed or another one comes with the next callback.
+    // destroyed or another one comes with the next callback, and as long as the callback runs.
     void InstallTimerCallback(std::unique_ptr<ITimerCallback> callback,
                               std::shared_ptr<void> needed);
 

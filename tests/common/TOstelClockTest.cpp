@@ -1,4 +1,4 @@
-// Observers and the timer. Alarms and the system's clock have files of their own.
+// Observers and the timer. Alarms, callbacks and the system's clock have files of their own.
 #include "TOstelClock.h"
 
 #include <gmock/gmock.h>
@@ -9,7 +9,6 @@
 #include <chrono>
 #include <climits>
 #include <cstddef>
-#include <memory>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
@@ -345,81 +344,6 @@ TEST_F(TOstelClockTest, WhatAnObserverThrowsIsLogged) {
     clock.ResetTimer();
     EXPECT_EQ(RecordingLog::Count(2, "[TOstelClock] Unknown exception."), 1);
     EXPECT_EQ(RecordingLog::Texts(2).size(), 3U);
-}
-
-class TDerivedClock : public TOstelClock {
-public:
-    using TOstelClock::InstallTimerCallback;
-};
-
-class TCountingCallback final : public TOstelClock::ITimerCallback {
-public:
-    explicit TCountingCallback(std::atomic<int>& calls) : m_Calls(calls) {}
-    void OnTimer() override { ++m_Calls; }
-
-private:
-    std::atomic<int>& m_Calls;
-};
-
-TEST_F(TOstelClockTest, ACallbackIsCalledInsteadOfTheObservers) {
-    std::atomic<int> calls{0};
-    TDerivedClock clock;
-    clock.AddClockObserver(&m_Observer);
-    clock.InstallTimerCallback(std::make_unique<TCountingCallback>(calls), nullptr);
-    clock.TimerThreadHandler(0);
-    clock.TimerThreadHandler(0);
-    EXPECT_EQ(calls, 2);
-    EXPECT_EQ(m_Observer.timers, 0);
-    clock.NotifyTimerObservers();
-    EXPECT_EQ(m_Observer.timers, 1) << "the callback is the worker's alone";
-}
-
-TEST_F(TOstelClockTest, ACallbackThatIsNoneKeepsTheTimerToItself) {
-    TDerivedClock clock;
-    clock.AddClockObserver(&m_Observer);
-    clock.InstallTimerCallback(nullptr, nullptr);
-    clock.TimerThreadHandler(0);
-    EXPECT_EQ(m_Observer.timers, 0);
-}
-
-TEST_F(TOstelClockTest, EachResetTakesTheCallbackAway) {
-    std::atomic<int> calls{0};
-    TDerivedClock clock;
-    clock.AddClockObserver(&m_Observer);
-    clock.InstallTimerCallback(std::make_unique<TCountingCallback>(calls), nullptr);
-    clock.ResetTimer();
-    clock.TimerThreadHandler(0);
-    EXPECT_EQ(m_Observer.timers, 1);
-    clock.InstallTimerCallback(std::make_unique<TCountingCallback>(calls), nullptr);
-    clock.SetTimer(0);
-    EXPECT_TRUE(WaitUntil([this] { return m_Observer.timers == 2; }));
-    EXPECT_EQ(calls, 0);
-}
-
-TEST_F(TOstelClockTest, ACallbackCanBeInstalledBesideARunningTimer) {
-    std::atomic<int> calls{0};
-    TDerivedClock clock;
-    clock.AddClockObserver(&m_Observer);
-    for (int i = 0; i < 50; ++i) {
-        clock.SetTimer(0);
-        clock.InstallTimerCallback(std::make_unique<TCountingCallback>(calls), nullptr);
-    }
-    clock.ResetTimer();
-    EXPECT_EQ(calls + m_Observer.timers, 50) << "whoever came first, nobody is told twice";
-}
-
-TEST_F(TOstelClockTest, WhatACallbackNeedsIsKeptUntilTheClockIsDestroyed) {
-    std::atomic<int> calls{0};
-    std::weak_ptr<int> kept;
-    {
-        TDerivedClock clock;
-        auto needed = std::make_shared<int>(42);
-        kept = needed;
-        clock.InstallTimerCallback(std::make_unique<TCountingCallback>(calls), std::move(needed));
-        clock.ResetTimer();
-        EXPECT_FALSE(kept.expired());
-    }
-    EXPECT_TRUE(kept.expired());
 }
 
 }  // namespace
