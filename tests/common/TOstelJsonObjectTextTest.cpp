@@ -30,6 +30,48 @@ TEST(TOstelJsonObjectText, EncodesInInsertionOrderWithTheIndent) {
     EXPECT_EQ(object.EncodeToString(-30), object.EncodeToString(2));
 }
 
+// Peers compare texts: what they have always been sent stays as it is, byte for byte.
+TEST(TOstelJsonObjectText, EncodesTextsAndNumbersInTheirOneForm) {
+    TJson object;
+    object.SetPropertyValue<std::string>("s", "/a\u00e9\"\\\n");
+    object.SetPropertyValue("d", 0.1);
+    object.SetPropertyValue("w", 3.0);
+    EXPECT_EQ(Encoded(object),
+              "{\"s\":\"/a\u00e9\\\"\\\\\\n\",\"d\":0.10000000000000001,\"w\":3.0}");
+}
+
+TEST(TOstelJsonObjectText, HasNoTextForAValueThatIsNoDocument) {
+    const TJson object = Decoded(R"({"s":"a","i":1,"t":true,"n":null,"a":[1]})");
+    TempDir dir;
+    for (const char* name : {"s", "i", "t", "n"}) {
+        EXPECT_EQ(Encoded(object.GetObject(name)), "") << name;
+        EXPECT_FALSE(object.GetObject(name).DumpToFile(dir.File("x"), -1)) << name;
+    }
+    EXPECT_EQ(Encoded(object.GetObject("a")), "[1]");
+}
+
+TEST(TOstelJsonObjectText, TakesTheLastOfPropertiesOfOneName) {
+    EXPECT_EQ(Encoded(Decoded(R"({"a":1,"b":2,"a":3})")), R"({"a":3,"b":2})");
+    TempDir dir;
+    std::ofstream(dir.File("x")) << R"({"a":1,"a":3})";
+    TJson object;
+    EXPECT_TRUE(object.LoadFile(dir.File("x")));
+    EXPECT_EQ(Encoded(object), R"({"a":3})");
+}
+
+TEST(TOstelJsonObjectText, LoadsWhatItDecodesAndNothingElse) {
+    TempDir dir;
+    for (const char* text : {"1", "\"a\"", "null", "{} x", "{\"a\":\"\\u0000\"}"}) {
+        std::ofstream(dir.File("x")) << text;
+        EXPECT_FALSE(TJson().LoadFile(dir.File("x"))) << text;
+        EXPECT_FALSE(TJson().DecodeFromString(text)) << text;
+    }
+    std::ofstream(dir.File("x")) << R"([1])";
+    TJson object;
+    EXPECT_TRUE(object.LoadFile(dir.File("x")));
+    EXPECT_EQ(Encoded(object), "[1]");
+}
+
 TEST(TOstelJsonObjectText, EmptyTextLeavesItAsItWas) {
     TJson object = Decoded(R"({"a":1})");
     EXPECT_FALSE(object.DecodeFromString(""));
