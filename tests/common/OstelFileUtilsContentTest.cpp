@@ -233,6 +233,14 @@ TEST_F(CopyDirectoryTest, GoesIntoADirectoryThatIsThere) {
     ExpectCopyAt(File("other/from"));
 }
 
+TEST_F(CopyDirectoryTest, CopiesTheDirectoryBehindALink) {
+    const std::string link = Link("from", "linked");
+    EXPECT_TRUE(CopyDirectory(link, File("to")));
+    ExpectCopyAt(File("to"));
+    EXPECT_TRUE(CopyDirectory(link, File("to")));
+    ExpectCopyAt(File("to/linked"));
+}
+
 TEST_F(CopyDirectoryTest, MergesIntoWhatIsThere) {
     Directory("to/from/a");
     Put("to/from/a/deep", "a longer text before");
