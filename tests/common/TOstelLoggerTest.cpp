@@ -4,10 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <new>
 #include <string>
 
+#include "Allocations.h"
 #include "BinaryLayout.h"
 #include "FixedTime.h"
 #include "RecordingLog.h"
@@ -70,6 +73,15 @@ TEST(TOstelLogger, LogsAnUnknownClientAndStaysAsItWas) {
     Logger().OnDataModelParamChanged("Device.X_KAVEN_COM_Applications.OstelManager.Logging.Level",
                                      "");
     EXPECT_EQ(Syncs(), 1);
+}
+
+TEST(TOstelLogger, PassesOnWhatIsNoRuntimeError) {
+    void* const prefix = reinterpret_cast<char*>(&Logger()) + OffsetOf(TPrefixPlace());
+    std::string().swap(*static_cast<std::string*>(prefix));
+    Allocations::FailOneAfter(0);
+    EXPECT_THROW(Logger().Init(OSTEL_MANAGER), std::bad_alloc);
+    EXPECT_THAT(RecordingLog::Calls(), IsEmpty());
+    EXPECT_THAT(RecordingLog::Lines(), IsEmpty());
 }
 
 TEST(TOstelLogger, SyncsOnceForEachOfItsThreeParameters) {
@@ -179,6 +191,16 @@ TEST(TExecutionTime, CutsItsPrefixAt511Characters) {
     { const TOstelLogger::TExecutionTime time(std::string(600, 'f').c_str(), 1, "Work"); }
     EXPECT_EQ(RecordingLog::Lines().at(0).format,
               "[" + std::string(510, 'f') + "Execution time = %.3f ms");
+}
+
+TEST(TExecutionTime, EndsTheProcessWhenItsEndFails) {
+    EXPECT_EXIT(
+        {
+            const TOstelLogger::TExecutionTime time(std::string(600, 'f').c_str(), 1, "Work");
+            Allocations::FailOneAfter(0);
+        },
+        testing::KilledBySignal(SIGABRT), "");
+    EXPECT_THAT(RecordingLog::Lines(), IsEmpty());
 }
 
 TEST(TOstelLogger, HasItsNotificationBehindTheDestructors) {
