@@ -61,7 +61,8 @@ unsigned char* TOstelBlob::Add(const char* data, unsigned int size) {
     const std::less<> isBefore;
     const bool isOwn = !isBefore(source, start) && isBefore(source, start + before);
     const std::ptrdiff_t offset = isOwn ? source - start : 0;
-    m_Container.resize(before + size);
+    // Not by its new size: on 32 bits the sum may begin at 0 again.
+    m_Container.insert(m_Container.end(), size, 0);
     unsigned char* const added = m_Container.data() + before;
     std::copy_n(isOwn ? m_Container.data() + offset : source, size, added);
     return added;

@@ -22,7 +22,7 @@ extern template class OstelContainer::TContainerFacade<std::vector<unsigned char
 //     return key.Store("/nvram/device.key.new");
 //
 // One object serves one thread at a time. File problems show in the result only: nothing is logged,
-// nothing throws. Its layout is part of the binary interface.
+// nothing throws. What no memory can hold does. Its layout is part of the binary interface.
 class OSTEL_API TOstelBlob : public OstelContainer::TContainerFacade<std::vector<unsigned char>> {
 public:
     explicit TOstelBlob(const std::vector<unsigned char>& bytes);

@@ -4,11 +4,13 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <climits>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <numeric>
 #include <sstream>
+#include <stdexcept>
 #include <type_traits>
 
 #include "BinaryLayout.h"
@@ -81,6 +83,18 @@ TEST(TOstelBlob, TakesNothingFromNoArea) {
     blob.FromString("kept");
     EXPECT_EQ(blob.Add(nullptr, 5), nullptr);
     EXPECT_EQ(blob.ToString(), "kept");
+}
+
+TEST(TOstelBlob, TakesNothingFromAnAreaThatNoMemoryCanHold) {
+    if (sizeof(std::size_t) > sizeof(unsigned int)) {
+        GTEST_SKIP() << "there may be an area of 4 GiB";
+    }
+    for (const unsigned int size : {UINT_MAX, UINT_MAX - 3, UINT_MAX / 2 + 1}) {
+        EXPECT_THROW(TOstelBlob("few", size), std::length_error) << size;
+        TOstelBlob blob("kept");
+        EXPECT_THROW(blob.Add("few", size), std::length_error) << size;
+        EXPECT_EQ(blob.ToString(), "kept");
+    }
 }
 
 TEST(TOstelBlob, ReplacesItsContentByAText) {
