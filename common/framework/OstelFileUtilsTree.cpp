@@ -58,10 +58,14 @@ ssize_t ReadChunk(const TDescriptor& source, TChunk& chunk) {
 bool WriteAll(const TDescriptor& target, const char* data, std::size_t length) {
     while (length > 0) {
         const ssize_t count = write(target.Number(), data, length);
-        if (count < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count == 0) {
+            // Nor would it take anything when asked again.
+            errno = ENOSPC;
+        }
+        if (count <= 0) {
             return false;
         }
         data += count;

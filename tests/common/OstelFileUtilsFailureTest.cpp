@@ -17,6 +17,7 @@ bool s_IsChmodRefused = false;
 bool s_DoesCloseFail = false;
 int s_OpendirCallsLeft = -1;  // -1: without end
 int s_ReadCallsLeft = -1;
+int s_EmptyWritesLeft = 0;
 bool s_IsUnlinkRefused = false;
 int s_RefusedUnlinks = 0;
 
@@ -48,6 +49,15 @@ extern "C" OSTEL_API ssize_t read(int descriptor, void* bytes, size_t length) {
     }
     s_ReadCallsLeft -= s_ReadCallsLeft > 0 ? 1 : 0;
     static const auto next = reinterpret_cast<decltype(&read)>(dlsym(RTLD_NEXT, "read"));
+    return next(descriptor, bytes, length);
+}
+
+extern "C" OSTEL_API ssize_t write(int descriptor, const void* bytes, size_t length) {
+    if (s_EmptyWritesLeft > 0) {
+        --s_EmptyWritesLeft;
+        return 0;
+    }
+    static const auto next = reinterpret_cast<decltype(&write)>(dlsym(RTLD_NEXT, "write"));
     return next(descriptor, bytes, length);
 }
 
@@ -91,6 +101,7 @@ protected:
         s_DoesCloseFail = false;
         s_OpendirCallsLeft = -1;
         s_ReadCallsLeft = -1;
+        s_EmptyWritesLeft = 0;
         s_IsUnlinkRefused = false;
     }
 };
@@ -108,6 +119,16 @@ TEST_F(FileUtilsFailure, ACopyWhoseSourceFailsKeepsWhatWasCopiedBefore) {
     s_ReadCallsLeft = 2;
     EXPECT_FAILS(CopyFile(file, File("copy")), EIO);
     EXPECT_EQ(GetSize(File("copy")), 16384U);
+}
+
+// As file systems in user space can be made to do; asking again would go on for ever.
+TEST_F(FileUtilsFailure, AWriteThatTakesNothingFails) {
+    const std::string file = Put("file", "text");
+    s_EmptyWritesLeft = 2;
+    EXPECT_FAILS(WriteFile(File("new"), "text", false, false), ENOSPC);
+    EXPECT_FAILS(CopyFile(file, File("copy")), ENOSPC);
+    EXPECT_EQ(s_EmptyWritesLeft, 0);
+    EXPECT_EQ(GetSize(File("new")) + GetSize(File("copy")), 0U);
 }
 
 TEST_F(FileUtilsFailure, ARemovalStopsAtTheFirstFailure) {
