@@ -2,43 +2,48 @@
 // a parameter are.
 //
 // Its own operation stands in for the end of the enumeration mapper, which comes after that of
-// everything that a request needs: it holds the exit there until each thread has made more
-// requests. The verdict is the exit status.
+// everything that a request needs: it holds the exit there until each thread has made more requests
+// and the library's worker has left. The verdict is the exit status.
+#include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
+#include <iterator>
 #include <thread>
 
+#include "Resources.h"
 #include "TOstelApplication.h"
 #include "TOstelDataMapper.h"
+#include "WaitUntil.h"
 
 namespace {
 
+constexpr int ASKING_THREADS = 4;
 constexpr int ENOUGH = 20;
 constexpr int EXIT_NOTHING_RETURNED = 3;
+constexpr int EXIT_WORKER_STAYED = 4;
 
-std::atomic<int> returned[4];
+std::atomic<int> returned[ASKING_THREADS];
+std::ptrdiff_t threadsBefore = 0;
 
 bool MoreReturn() {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    for (std::atomic<int>& count : returned) {
-        for (const int before = count; count < before + ENOUGH;) {
-            if (std::chrono::steady_clock::now() > deadline) {
-                return false;
-            }
-            std::this_thread::yield();
-        }
-    }
-    return true;
+    return std::all_of(std::begin(returned), std::end(returned), [](const std::atomic<int>& count) {
+        return WaitUntil([&count, enough = count + ENOUGH] { return count >= enough; });
+    });
 }
 
 }  // namespace
 
 TOstelDataMapper::~TOstelDataMapper() {
-    std::_Exit(MoreReturn() ? EXIT_SUCCESS : EXIT_NOTHING_RETURNED);
+    if (!MoreReturn()) {
+        std::_Exit(EXIT_NOTHING_RETURNED);
+    }
+    const bool hasWorkerLeft =
+        WaitUntil([] { return Resources::Threads() == threadsBefore + ASKING_THREADS; });
+    std::_Exit(hasWorkerLeft ? EXIT_SUCCESS : EXIT_WORKER_STAYED);
 }
 
 int main() {
+    threadsBefore = Resources::Threads();
     TOstelApplication& application = *TOstelApplication::GetInstance();
     application.Initialize(OSTEL_MVA);
     for (std::atomic<int>& count : returned) {
@@ -50,6 +55,6 @@ int main() {
             }
         }).detach();
     }
-    return MoreReturn() ? EXIT_FAILURE
-                        : EXIT_NOTHING_RETURNED;  // unless the stand-in says otherwise
+    // Unless the stand-in says otherwise.
+    return MoreReturn() ? EXIT_FAILURE : EXIT_NOTHING_RETURNED;
 }
