@@ -6,6 +6,7 @@
 
 #include <mutex>
 #include <stdexcept>
+#include <utility>
 
 #include "OstelDocuments.h"
 #include "TOstelApplicationHandlers.h"
@@ -22,9 +23,19 @@ const char* const IS_APP_ACTIVE = "IS_APP_ACTIVE";
 
 }  // namespace
 
+// Its work ends when the process exits, before that of the IPC instance and its workers, and the
+// object stays in place: threads that main has left behind may be in a request, or begin one yet.
 TOstelApplication* TOstelApplication::GetInstance() {
-    static TOstelApplication instance;
-    return &instance;
+    static auto* const instance = new TOstelApplication;
+    static const struct TEnd {
+        ~TEnd() {
+            instance->m_Ipc->RemoveEventLstener(instance, "");
+            // An initialisation that failed half-way may have left the handler, too.
+            instance->m_Ipc->RemoveMethodHandler(IS_APP_ACTIVE);
+            SSL_CTX_free(std::exchange(instance->m_TlsContext, nullptr));
+        }
+    } end;
+    return instance;
 }
 
 TOstelApplication::TOstelApplication()
@@ -44,13 +55,7 @@ TOstelApplication::TOstelApplication()
     }
 }
 
-TOstelApplication::~TOstelApplication() {
-    m_Ipc->RemoveEventLstener(this, "");
-    // The IPC instance and its workers outlive this object. An initialisation that failed half-way
-    // may have left the handler, too.
-    m_Ipc->RemoveMethodHandler(IS_APP_ACTIVE);
-    SSL_CTX_free(m_TlsContext);
-}
+TOstelApplication::~TOstelApplication() = default;
 
 void TOstelApplication::Initialize(tOstelClientId client) {
     // Two threads may come here with their first calls.
