@@ -6,7 +6,6 @@
 
 #include <mutex>
 #include <stdexcept>
-#include <utility>
 
 #include "OstelDocuments.h"
 #include "TOstelApplicationHandlers.h"
@@ -23,19 +22,9 @@ const char* const IS_APP_ACTIVE = "IS_APP_ACTIVE";
 
 }  // namespace
 
-// Its work ends when the process exits, before that of the IPC instance and its workers, and the
-// object stays in place: threads that main has left behind may be in a request, or begin one yet.
 TOstelApplication* TOstelApplication::GetInstance() {
-    static auto* const instance = new TOstelApplication;
-    static const struct TEnd {
-        ~TEnd() {
-            instance->m_Ipc->RemoveEventLstener(instance, "");
-            // An initialisation that failed half-way may have left the handler, too.
-            instance->m_Ipc->RemoveMethodHandler(IS_APP_ACTIVE);
-            SSL_CTX_free(std::exchange(instance->m_TlsContext, nullptr));
-        }
-    } end;
-    return instance;
+    static TOstelApplication instance;
+    return &instance;
 }
 
 TOstelApplication::TOstelApplication()
@@ -55,7 +44,13 @@ TOstelApplication::TOstelApplication()
     }
 }
 
-TOstelApplication::~TOstelApplication() = default;
+TOstelApplication::~TOstelApplication() {
+    m_Ipc->RemoveEventLstener(this, "");
+    // The IPC instance and its workers outlive this object. An initialisation that failed half-way
+    // may have left the handler, too.
+    m_Ipc->RemoveMethodHandler(IS_APP_ACTIVE);
+    SSL_CTX_free(m_TlsContext);
+}
 
 void TOstelApplication::Initialize(tOstelClientId client) {
     // Two threads may come here with their first calls.

@@ -53,13 +53,8 @@ struct TConnectionCloser {
 }  // namespace
 
 TOstelIpc* getOstelIpcInstance() {
-    // Its work ends when the process exits, and it stays in place: threads that main has left
-    // behind may be in a request, or begin one yet.
-    static auto* const instance = new TOstelDBus;
-    static const struct TEnd {
-        ~TEnd() { instance->End(); }
-    } end;
-    return instance;
+    static TOstelDBus instance;
+    return &instance;
 }
 
 TOstelIpc* newOstelIpcInstance() {
@@ -82,10 +77,6 @@ TOstelDBus::TOstelDBus()
 }
 
 TOstelDBus::~TOstelDBus() {
-    End();
-}
-
-void TOstelDBus::End() {
     TOstelDBus::Stop();
     // A callback that ends the process destroys the object under its workers: what they use is left
     // to the end of the process.

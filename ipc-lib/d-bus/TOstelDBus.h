@@ -88,9 +88,6 @@ protected:
     static void GetMessageValue(DBusMessage* message, std::string& value, int* result);
 
 private:
-    friend TOstelIpc* getOstelIpcInstance();
-
-    void End();
     static DBusHandlerResult Filter(DBusConnection* connection, DBusMessage* message, void* self);
 
     void DispatchMethodCall(DBusMessage* call, const std::string& name, const std::string& data);

@@ -42,12 +42,4 @@ TEST(TOstelApplicationExit, LeavingMainWhileCallsAndEventsArriveEndsTheProcessCl
     EXPECT_GT(refused, 0);
 }
 
-TEST(TOstelApplicationExit, LeavingMainWhileThreadsAskLetsThemAskOn) {
-    const PrivateBus bus;
-    ScriptedDispatcher dispatcher;
-    dispatcher.Answer("GET_PARAM", R"({"PARAMS":[]})");
-    ChildProcess application({EXITING_THREADS});
-    EXPECT_EQ(application.Wait(), 0) << application.Errors();
-}
-
 }  // namespace
