@@ -105,6 +105,11 @@ bool TOstelIpc::IsServedByThisThread() const {
 }
 
 void TOstelIpc::AddEventLstener(IOstelIpcEventListener* listener, const std::string& eventName) {
+    // It would end the process at the next event, far from who added it.
+    if (listener == nullptr) {
+        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", "A null listener is not added.");
+        return;
+    }
     const std::lock_guard<std::recursive_mutex> lock(m_ListenerMutex);
     m_Listeners[ListenerKey(eventName)].insert(listener);
 }

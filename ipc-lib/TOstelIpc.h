@@ -34,7 +34,8 @@ public:
 // Registrations may come from any thread, from inside a callback too: each registry is held by a
 // recursive mutex while its callbacks run. The table of method servers has no lock and is meant to
 // be filled before calls are made from several threads. Listeners and handlers are not owned:
-// remove them before they are destroyed.
+// remove them before they are destroyed. A null listener is logged and not added; a null handler
+// counts as none.
 //
 // A second Run starts a further set of workers. Stop waits until all workers have left, except from
 // inside a callback, where it only asks them to. A callback must not delete the object.

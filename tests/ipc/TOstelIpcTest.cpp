@@ -169,6 +169,16 @@ TEST(TOstelIpc, KeepsAListenerOncePerName) {
     EXPECT_EQ(listener.events.size(), 1U);
 }
 
+TEST(TOstelIpc, ANullListenerIsLoggedAndNotAdded) {
+    TIpc ipc;
+    ipc.AddEventLstener(nullptr, "E");
+    ipc.AddEventLstener(nullptr, "");
+    EXPECT_EQ(RecordingLog::Count(2, "A null listener is not added."), 2);
+    EXPECT_EQ(RecordingLog::LastFormat(2), "%s");
+    ipc.RemoveEventLstener(nullptr, "E");
+    ipc.OnEvent("E", "");
+}
+
 TEST(TOstelIpc, TellsListenersInTheOrderOfTheirAddresses) {
     TIpc ipc;
     TListener listeners[4];
