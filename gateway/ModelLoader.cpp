@@ -81,7 +81,18 @@ std::optional<std::size_t> Count(const TOstelJsonObject& object, const std::stri
     if (*number < 0 || *number > std::numeric_limits<int>::max()) {
         Fail(place, "\"" + name + "\" is out of range");
     }
-    return static_cast<std::size_t>(*number);
+    const auto count = static_cast<std::size_t>(*number);
+    if (static_cast<TParamType::TRangeEnd>(count) != *number) {
+        Fail(place, "\"" + name + "\" is not a whole number");
+    }
+    return count;
+}
+
+// 0 for what is none: too large a number would be cut to that of another instance.
+int InstanceNumber(const TOstelJsonObject& object, const std::string& name,
+                   unsigned int index = TOstelJsonObject::WHOLE_PROPERTY) {
+    const long long number = object.GetPropertyValue(name, 0LL, index);
+    return number > 0 && number <= std::numeric_limits<int>::max() ? static_cast<int>(number) : 0;
 }
 
 bool IsWritable(const TOstelJsonObject& object, const std::string& place) {
@@ -159,10 +170,10 @@ void ReadTable(const TOstelJsonObject& object, const std::string& place, TObject
         }
     }
     for (const TOstelJsonObject& pair : Sequence(object, "indexMap", place)) {
-        const int number = pair.GetPropertyValue("app", 0);
-        const int platform = pair.GetPropertyValue("platform", 0);
-        if (number <= 0 || platform <= 0) {
-            Fail(place, "an index map holds a number that is not positive");
+        const int number = InstanceNumber(pair, "app");
+        const int platform = InstanceNumber(pair, "platform");
+        if (number == 0 || platform == 0) {
+            Fail(place, "an entry of the index map has no valid number");
         }
         table.indexMap[static_cast<unsigned int>(number)] = static_cast<unsigned int>(platform);
     }
@@ -172,13 +183,13 @@ std::string InstancePath(const TOstelJsonObject& instance, const std::string& sc
                          const std::string& place) {
     std::vector<int> numbers;
     for (unsigned int i = 0; i < instance.GetJsonArraySize("parent"); ++i) {
-        numbers.push_back(instance.GetPropertyValue("parent", 0, i));
+        numbers.push_back(InstanceNumber(instance, "parent", i));
     }
-    numbers.push_back(instance.GetPropertyValue("id", 0));
+    numbers.push_back(InstanceNumber(instance, "id"));
     std::string path = schemaPath;
     for (const int number : numbers) {
         const std::size_t position = path.find(PLACEHOLDER);
-        if (number <= 0 || position == std::string::npos) {
+        if (number == 0 || position == std::string::npos) {
             Fail(place, "an instance has no valid number");
         }
         path.replace(position, PLACEHOLDER.size(), std::to_string(number));
