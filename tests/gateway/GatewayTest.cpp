@@ -1,6 +1,7 @@
 // The gateway as applications see it: the real program on a private bus.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <atomic>
 #include <csignal>
@@ -22,6 +23,17 @@ using testing::HasSubstr;
 
 const std::string LED = "Device.X_KAVEN_COM_General.LED.State";
 const std::string BRIGHTNESS = "Device.X_KAVEN_COM_General.LED.Brightness";
+
+// The changes of parameters that the peer was told.
+std::vector<std::string> ChangesOf(const RawPeer& peer) {
+    std::vector<std::string> changes;
+    for (const RawPeer::TMessage& message : peer.Received()) {
+        if (message.member == "EVENT_TYPE_PARAM_CHANGED") {
+            changes.push_back(message.text);
+        }
+    }
+    return changes;
+}
 
 TEST_F(Gateway, ReadsNamesPartialPathsAndStars) {
     EXPECT_EQ(Value("Device.DeviceInfo.SerialNumber"), "KV0123456789");
@@ -188,14 +200,9 @@ TEST_F(Gateway, SendsOneSignalForEachParameterThatChanged) {
     EXPECT_EQ(m_App.Commit(), RC_SUCCESS);
     m_App.SendEvent("LAST", "");
     ASSERT_TRUE(peer.WaitForMember("LAST"));
-    std::vector<std::string> changes;
-    for (const RawPeer::TMessage& message : peer.Received()) {
-        if (message.member == "EVENT_TYPE_PARAM_CHANGED") {
-            changes.push_back(message.text);
-        }
-    }
-    EXPECT_THAT(changes, testing::ElementsAre(
-                             R"({"DATA_MODEL_NAME":"Device.Time.NTPServer3",)"
+    EXPECT_THAT(
+        ChangesOf(peer),
+        testing::ElementsAre(R"({"DATA_MODEL_NAME":"Device.Time.NTPServer3",)"
                              R"("DATA_MODEL_VALUE":"ntp3.example.net"})",
                              R"({"DATA_MODEL_NAME":")" + LED + R"(","DATA_MODEL_VALUE":"BLINK"})"));
 }
@@ -206,6 +213,28 @@ TEST_F(Gateway, CommittedValuesSurviveACrashAndStagedOnesDoNot) {
     m_Gateway.KillAndRestart();
     EXPECT_EQ(Value(LED), "PULSE");
     EXPECT_EQ(Value(BRIGHTNESS), "80");
+}
+
+// As on a full disk: no file of the gateway may grow.
+TEST_F(Gateway, ACommitThatCannotBeStoredChangesNothingAndWaitsForTheNext) {
+    std::signal(SIGXFSZ, SIG_IGN);  // which the next gateway inherits
+    m_Gateway.KillAndRestart();
+    RawPeer peer;
+    rlimit limit{};
+    ASSERT_EQ(prlimit(m_Gateway.Process().Pid(), RLIMIT_FSIZE, nullptr, &limit), 0);
+    const rlimit none = {0, limit.rlim_max};
+    ASSERT_EQ(prlimit(m_Gateway.Process().Pid(), RLIMIT_FSIZE, &none, nullptr), 0);
+    EXPECT_EQ(m_App.SetParam(LED, "BLINK", true), RC_FAILURE);
+    // The platform's own code, of which 1 stands for a failure.
+    EXPECT_EQ(Request(peer, "COMMIT", "{}"), (std::pair<std::string, int>("{}", 1)));
+    EXPECT_EQ(m_App.Commit(), RC_FAILURE);
+    EXPECT_EQ(Value(LED), "ON");
+    ASSERT_EQ(prlimit(m_Gateway.Process().Pid(), RLIMIT_FSIZE, &limit, nullptr), 0);
+    EXPECT_EQ(m_App.Commit(), RC_SUCCESS);
+    EXPECT_EQ(Value(LED), "BLINK");
+    m_App.SendEvent("LAST", "");
+    ASSERT_TRUE(peer.WaitForMember("LAST"));
+    EXPECT_THAT(ChangesOf(peer), testing::ElementsAre(HasSubstr("BLINK")));
 }
 
 // Two parameters are always committed together; at no moment may a crash separate them.
