@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <limits>
+#include <mutex>
 #include <set>
 #include <thread>
 
@@ -248,6 +249,26 @@ TEST(GetRandomAlphaNumString, DiffersFromCallToCallAndFromThreadToThread) {
     std::thread([&] { there = GetRandomAlphaNumString(32); }).join();
     EXPECT_NE(here, there);
     EXPECT_NE(here, GetRandomAlphaNumString(32));
+}
+
+// ThreadSanitizer sees a generator that threads share.
+TEST(GetRandomAlphaNumString, IsMadeByManyThreadsAtOnce) {
+    std::set<std::string> texts;
+    std::mutex mutex;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 200; ++round) {
+                const std::string text = GetRandomAlphaNumString(32);
+                const std::lock_guard<std::mutex> lock(mutex);
+                texts.insert(text);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(texts.size(), 800U);
 }
 
 TEST(GetTimestamp, IsTheWallClockInWholeMilliseconds) {
