@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
@@ -142,8 +143,16 @@ void TOstelDBus::Disconnect() {
 void TOstelDBus::CloseConnections() {
     const std::lock_guard<std::mutex> lock(m_ConnectMutex);
     const auto held = m_ClientPump->Hold();
-    const auto close = IsServedByThisThread() ? Close : CloseForGood;
-    close(m_ServerConnection.exchange(nullptr));
+    DBusConnection* const server = m_ServerConnection.exchange(nullptr);
+    Close(server);
+    if (server != nullptr) {
+        m_ClosedConnections.push_back(server);
+    }
+    if (!IsServedByThisThread()) {
+        std::for_each(m_ClosedConnections.begin(), m_ClosedConnections.end(),
+                      &dbus_connection_unref);
+        m_ClosedConnections.clear();
+    }
     CloseForGood(std::exchange(m_ClientConnection, nullptr));
     m_ClientPump->Interrupt();
     m_Connected = false;

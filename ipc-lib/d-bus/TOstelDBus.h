@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "OstelApi.h"
 #include "TOstelIpc.h"
@@ -113,6 +114,8 @@ private:
     std::atomic<bool> m_OwnsName;
     std::shared_ptr<TBusWakeup> m_WorkerWakeup;  // each worker keeps it alive
     std::unique_ptr<TBusPump> m_ClientPump;
+    // Closed inside of a callback, and kept for the workers that are still using them.
+    std::vector<DBusConnection*> m_ClosedConnections;
 };
 
 #endif
