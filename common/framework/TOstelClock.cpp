@@ -93,15 +93,20 @@ void TOstelClock::RemoveSystemTimeObserver(IOstelSystemTimeObserver* observer) {
 }
 
 // Stopping and starting share one lock, as for the alarm: of two threads that set at once, neither
-// finds the other's worker where its own is to be.
+// finds the other's worker where its own is to be. A former callback ends when the lock is free,
+// for its end may use the clock.
 void TOstelClock::SetTimer(unsigned int period) {
+    std::shared_ptr<TTimerCallback> former;
     const std::lock_guard<std::mutex> lock(m_Mutex);
+    former = std::atomic_load(&m_TimerCallback);
     StopTimer();
     m_TimerThread = std::thread(&TOstelClock::TimerThreadHandler, this, period);
 }
 
 void TOstelClock::ResetTimer() {
+    std::shared_ptr<TTimerCallback> former;
     const std::lock_guard<std::mutex> lock(m_Mutex);
+    former = std::atomic_load(&m_TimerCallback);
     StopTimer();
 }
 
@@ -174,11 +179,12 @@ void TOstelClock::InstallTimerCallback(std::unique_ptr<ITimerCallback> callback,
     const auto installed = std::make_shared<TInstalled>();
     installed->needed = needed;
     installed->holder.callback = std::move(callback);
+    // What was there ends when the lock is free, too.
+    std::shared_ptr<TTimerCallback> former(installed, &installed->holder);
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    m_NeededByTimerCallback = std::move(needed);
+    m_NeededByTimerCallback.swap(needed);
     // Atomically, for the timer's worker looks without the lock.
-    std::atomic_store(&m_TimerCallback,
-                      std::shared_ptr<TTimerCallback>(installed, &installed->holder));
+    former = std::atomic_exchange(&m_TimerCallback, std::move(former));
 }
 
 void TOstelClock::TimerThreadHandler(unsigned int period) {

@@ -130,4 +130,49 @@ TEST_F(TOstelClockCallbackTest, WhatARunningCallbackNeedsOutlivesTheInstallation
     EXPECT_TRUE(seen.isStillThere);
 }
 
+// Is told no more when it ends.
+class TLeavingCallback final : public TOstelClock::ITimerCallback {
+public:
+    TLeavingCallback(TOstelClock& clock, IOstelClockObserver& observer)
+        : m_Clock(clock), m_Observer(observer) {}
+    TLeavingCallback(const TLeavingCallback&) = delete;
+    TLeavingCallback& operator=(const TLeavingCallback&) = delete;
+    ~TLeavingCallback() override { m_Clock.RemoveClockObserver(&m_Observer); }
+    void OnTimer() override {}
+
+private:
+    TOstelClock& m_Clock;
+    IOstelClockObserver& m_Observer;
+};
+
+TEST_F(TOstelClockCallbackTest, TheEndOfACallbackOrOfWhatItNeedsCanUseTheClock) {
+    TDerivedClock clock;
+    const auto installCallback = [&] {
+        clock.AddClockObserver(&m_Observer);
+        clock.InstallTimerCallback(std::make_unique<TLeavingCallback>(clock, m_Observer), nullptr);
+    };
+    const auto isTold = [&] {
+        const int before = m_Observer.timers;
+        clock.NotifyTimerObservers();
+        return m_Observer.timers != before;
+    };
+    installCallback();
+    EXPECT_TRUE(isTold());
+    clock.ResetTimer();
+    EXPECT_FALSE(isTold());
+    installCallback();
+    clock.SetTimer(1000);
+    ASSERT_TRUE(RecordedWaits::WaitForWaits(clock, 1));
+    EXPECT_FALSE(isTold());
+    installCallback();
+    clock.InstallTimerCallback(nullptr, nullptr);
+    EXPECT_FALSE(isTold());
+    clock.AddClockObserver(&m_Observer);
+    clock.InstallTimerCallback(nullptr, std::make_shared<TLeavingCallback>(clock, m_Observer));
+    clock.ResetTimer();
+    EXPECT_TRUE(isTold());
+    clock.InstallTimerCallback(nullptr, nullptr);
+    EXPECT_FALSE(isTold());
+}
+
 }  // namespace
