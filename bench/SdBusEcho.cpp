@@ -1,31 +1,21 @@
 // Round trips on systemd's bus library.
-#include <systemd/sd-bus.h>
-
+#include <cstdint>
 #include <cstdio>
 #include <memory>
-#include <stdexcept>
 #include <string>
 
 #include "Echo.h"
+#include "SdBus.h"
+
+using SdBus::Checked;
+using SdBus::TBus;
+using SdBus::TMessage;
 
 namespace {
 
-struct TUnref {
-    void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
-    void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
-};
-using TBus = std::unique_ptr<sd_bus, TUnref>;
-using TMessage = std::unique_ptr<sd_bus_message, TUnref>;
-
-void Require(int result) {
-    if (result < 0) {
-        throw std::runtime_error("sd-bus failed with " + std::to_string(result));
-    }
-}
-
 TBus Connect() {
     sd_bus* bus = nullptr;
-    Require(sd_bus_open_system(&bus));
+    Checked(sd_bus_open_system(&bus), "sd_bus_open_system");
     return TBus(bus);
 }
 
@@ -36,13 +26,14 @@ public:
 
     std::string Call(const std::string& request) override {
         sd_bus_message* answer = nullptr;
-        Require(sd_bus_call_method(m_Bus.get(), m_Name.c_str(), m_Path.c_str(),
-                                   EchoNames::INTERFACE, EchoNames::METHOD, nullptr, &answer, "s",
-                                   request.c_str()));
+        Checked(
+            sd_bus_call_method(m_Bus.get(), m_Name.c_str(), m_Path.c_str(), EchoNames::INTERFACE,
+                               EchoNames::METHOD, nullptr, &answer, "s", request.c_str()),
+            "sd_bus_call_method");
         const TMessage owned(answer);
         const char* text = nullptr;
         std::int32_t code = -1;
-        Require(sd_bus_message_read(answer, "si", &text, &code));
+        Checked(sd_bus_message_read(answer, "si", &text, &code), "sd_bus_message_read");
         return text;
     }
 
@@ -59,18 +50,13 @@ int Answer(sd_bus_message* call, void* reply, sd_bus_error*) {
 
 void Serve(const std::string& id, const std::string& reply) {
     const TBus bus = Connect();
-    Require(sd_bus_add_object(bus.get(), nullptr, EchoNames::Path(id).c_str(), &Answer,
-                              const_cast<std::string*>(&reply)));
-    Require(sd_bus_request_name(bus.get(), EchoNames::Bus(id).c_str(), 0));
+    Checked(sd_bus_add_object(bus.get(), nullptr, EchoNames::Path(id).c_str(), &Answer,
+                              const_cast<std::string*>(&reply)),
+            "sd_bus_add_object");
+    Checked(sd_bus_request_name(bus.get(), EchoNames::Bus(id).c_str(), 0), "sd_bus_request_name");
     std::puts("ready");
     std::fflush(stdout);
-    while (true) {
-        const int processed = sd_bus_process(bus.get(), nullptr);
-        Require(processed);
-        if (processed == 0) {
-            Require(sd_bus_wait(bus.get(), UINT64_MAX));
-        }
-    }
+    SdBus::Serve(bus.get());
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <systemd/sd-bus.h>
 #include <unistd.h>
 
 #include <array>
@@ -16,26 +15,14 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <memory>
 #include <string>
 #include <system_error>
 
+#include "SdBus.h"
+
+using SdBus::Checked;
+
 namespace {
-
-struct TUnref {
-    void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
-    void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
-};
-using TBus = std::unique_ptr<sd_bus, TUnref>;
-using TMessage = std::unique_ptr<sd_bus_message, TUnref>;
-
-// The result, which sd-bus makes a negative error number where there is none.
-int Checked(int result, const char* what) {
-    if (result < 0) {
-        throw std::system_error(-result, std::generic_category(), what);
-    }
-    return result;
-}
 
 int CheckedCall(int result, const char* what) {
     return Checked(result < 0 ? -errno : result, what);
@@ -74,10 +61,10 @@ int StartBroker() {
     return ends[0];
 }
 
-TBus ControlAt(int end) {
+SdBus::TBus ControlAt(int end) {
     sd_bus* made = nullptr;
     Checked(sd_bus_new(&made), "a connection to the broker");
-    TBus control(made);
+    SdBus::TBus control(made);
     Checked(sd_bus_set_fd(made, end, end), "the broker's socket");
     Checked(sd_bus_start(made), "the broker's connection");
     return control;
@@ -112,22 +99,18 @@ void AddListener(sd_bus* control, int listener) {
     Checked(sd_bus_message_new_method_call(control, &made, nullptr, "/org/bus1/DBus/Broker",
                                            "org.bus1.DBus.Broker", "AddListener"),
             "a call");
-    const TMessage call(made);
+    const SdBus::TMessage call(made);
     Checked(sd_bus_message_append(made, "oh", "/org/bus1/DBus/Listener/0", listener), "a listener");
     AppendPolicy(made);
     Checked(sd_bus_call(control, made, 0, nullptr, nullptr), "AddListener");
 }
 
 void Serve(const std::string& path) {
-    const TBus control = ControlAt(StartBroker());
+    const SdBus::TBus control = ControlAt(StartBroker());
     AddListener(control.get(), ListenAt(path));
     std::puts("ready");
     std::fflush(stdout);
-    while (true) {
-        if (Checked(sd_bus_process(control.get(), nullptr), "the broker") == 0) {
-            Checked(sd_bus_wait(control.get(), UINT64_MAX), "waiting");
-        }
-    }
+    SdBus::Serve(control.get());
 }
 
 }  // namespace
