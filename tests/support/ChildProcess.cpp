@@ -47,6 +47,10 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, const std::s
     }
     if (m_Pid == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        // A shell has what it runs in the background ignore some of them, and so would all below.
+        for (const int ignored : {SIGHUP, SIGINT, SIGQUIT}) {
+            signal(ignored, SIG_DFL);
+        }
         Redirect(in.c_str(), O_RDONLY, STDIN_FILENO);
         Redirect(out.c_str(), O_WRONLY | O_CREAT, STDOUT_FILENO);
         Redirect(err.c_str(), O_WRONLY | O_CREAT, STDERR_FILENO);
