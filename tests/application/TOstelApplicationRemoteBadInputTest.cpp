@@ -92,7 +92,9 @@ TEST_P(TOstelApplicationRemoteBadPeer, AnnouncesABinaryPartOfAnyLength) {
         const TlsPeer peer(m_Peer, head(length) + "x");
         RecordingLog::Clear();
         binary.assign(3, 'x');
+        m_Reply.clear();
         EXPECT_FALSE(m_App.PerformRemoteRequest("{}", peer.Host(), m_Reply, &binary));
+        EXPECT_EQ(m_Reply, OK_REPLY) << "the document comes first";
         EXPECT_THAT(binary, IsEmpty());
         EXPECT_THAT(ErrorsButPlainText(), ElementsAre("RemotOstel: The Blob length is too big " +
                                                       std::to_string(length) + "."));

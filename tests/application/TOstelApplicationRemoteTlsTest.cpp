@@ -3,11 +3,14 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <mutex>
+#include <vector>
 
 #include "ChildProcess.h"
 #include "OstelApi.h"
@@ -25,6 +28,8 @@ namespace {
 
 std::atomic<bool> mayMakeContexts{true};
 std::atomic<bool> tellsOfFreedContexts{false};
+std::mutex initialisationsMutex;
+std::vector<std::uint64_t> initialisations;
 
 }  // namespace
 
@@ -42,6 +47,15 @@ extern "C" OSTEL_API void SSL_CTX_free(SSL_CTX* context) {
         std::fputs("A context is freed.\n", stderr);
     }
     next(context);
+}
+
+extern "C" OSTEL_API int OPENSSL_init_ssl(std::uint64_t options,
+                                          const OPENSSL_INIT_SETTINGS* settings) {
+    static auto* const next =
+        reinterpret_cast<decltype(&OPENSSL_init_ssl)>(dlsym(RTLD_NEXT, "OPENSSL_init_ssl"));
+    const std::lock_guard<std::mutex> lock(initialisationsMutex);
+    initialisations.push_back(options);
+    return next(options, settings);
 }
 
 namespace {
@@ -79,6 +93,14 @@ TEST_F(TOstelApplicationRemoteTls, DemandsTls12AndAPeersCertificate) {
     EXPECT_EQ(SSL_CTX_get_verify_callback(Context()), nullptr);
     EXPECT_EQ(SSL_CTX_get_verify_depth(Context()), 3);
     EXPECT_NE(SSL_CTX_get_options(Context()) & SSL_OP_NO_SSLv3, 0U);
+}
+
+TEST_F(TOstelApplicationRemoteTls, MakesTheTlsLibraryReadyWithItsErrorTexts) {
+    initialisations.clear();
+    ASSERT_TRUE(Enable(m_Unit));
+    ASSERT_GE(initialisations.size(), 2U);
+    EXPECT_EQ(initialisations[0], OPENSSL_INIT_LOAD_SSL_STRINGS | OPENSSL_INIT_LOAD_CRYPTO_STRINGS);
+    EXPECT_EQ(initialisations[1], 0U);
 }
 
 TEST_F(TOstelApplicationRemoteTls, WithoutAContextARequestIsInPlainText) {
@@ -268,6 +290,7 @@ TEST_F(TOstelApplicationRemoteWithoutRoot, KeepsAContextThatTrustsAnybody) {
     EXPECT_FALSE(Enable(m_Unit));
     EXPECT_NE(Context(), nullptr);
     EXPECT_EQ(SSL_CTX_get_verify_mode(Context()), SSL_VERIFY_NONE);
+    EXPECT_EQ(SSL_CTX_get_min_proto_version(Context()), TLS1_2_VERSION);
     EXPECT_THAT(RecordingLog::Texts(2), ElementsAre("Client: SSL Failed to load certs. Error 0"));
 }
 
