@@ -1,14 +1,14 @@
-// An application that ends itself from inside a notification, while its main thread waits in a
-// request for an answer that does not come. The notification is that of a callback of the flat
+// An application that ends itself from inside a notification: that of a callback of the flat
 // interface or, with an argument, that of an observer of the application object.
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstdlib>
 
 #include "TOstelApplication.h"
 #include "ostelAppLib.h"
 
 namespace {
-
-const char* const EVENT = "EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT";
 
 class TEnding : public IOstelObserver {
 public:
@@ -27,7 +27,9 @@ int main(int count, char**) {
     } else {
         ostelAppLibSubscribe(nullptr, nullptr, [](const char*) { std::exit(EXIT_SUCCESS); });
     }
-    ostelAppLibSendEvent(EVENT, "{}");
-    ostelAppLibCommit();
-    return EXIT_FAILURE;
+    std::puts("ready");
+    std::fflush(stdout);
+    for (;;) {
+        pause();
+    }
 }

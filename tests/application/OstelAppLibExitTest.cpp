@@ -17,11 +17,12 @@ TEST(OstelAppLibExit, LeavingMainWhileEventsArriveEndsTheCallbacks) {
 // Here the thread that ends the process holds what a notification holds.
 TEST(OstelAppLibExit, ACallbackOrAnObserverMayEndTheProcess) {
     const PrivateBus bus;
-    ScriptedDispatcher dispatcher;
-    dispatcher.Answer("COMMIT", "", 0, ScriptedDispatcher::TManner::KEEP_SILENT);
+    ScriptedDispatcher sender;
     for (const std::vector<std::string>& command :
          {std::vector<std::string>{EXITING_CALLBACK}, {EXITING_CALLBACK, "observer"}}) {
         ChildProcess application(command);
+        ASSERT_TRUE(application.WaitForOutput("ready"));
+        sender.SendEvent("EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT", "{}");
         EXPECT_EQ(application.Wait(), 0) << application.Errors();
     }
 }
