@@ -47,12 +47,24 @@ TEST_F(DBusCalls, GoToTheServerOfTheSettings) {
     EXPECT_EQ(m_Reply, "other");
 }
 
+// The caller may use them again, for a method that has another server.
+TEST_F(DBusCalls, LeaveTheSettingsAsTheyWere) {
+    m_Peer.Answer("M", "r", 0);
+    TOstelIpc::TMethodSettings settings;
+    EXPECT_EQ(m_Ipc.CallMethod("M", "", m_Reply, settings), 0);
+    EXPECT_EQ(settings.serverId, "");
+    EXPECT_EQ(settings.timeout, TOstelIpc::TMethodSettings::DEFAULT_TIMEOUT);
+}
+
 TEST_F(DBusCalls, WithoutAServerAreRefusedBeforeTheBus) {
     TOpenDBus ipc;
     m_Bus.Kill();
     EXPECT_EQ(ipc.CallMethod("M", "", m_Reply), -1);
+    RecordingLog::Clear();
     TOstelIpc::TMethodSettings settings;
     EXPECT_EQ(ipc.CallMethod("M", "", m_Reply, settings), -1);
+    EXPECT_THAT(RecordingLog::Texts(6), testing::ElementsAre(HasSubstr("[CallMethod]: M")));
+    EXPECT_EQ(ipc.CallMethod("M", "", m_Reply), -1);
     EXPECT_EQ(RecordingLog::Count(2, "No server ID provided for 'M' method!"), 2);
     EXPECT_EQ(m_Reply, "as it was");
 }

@@ -214,13 +214,15 @@ TEST_F(DBusIncoming, ABurstOfTenThousandEventsArrivesWholeAndInOrder) {
     }
 }
 
-TEST_F(DBusIncoming, AnErrorMessageIsLogged) {
+TEST_F(DBusIncoming, AnErrorMessageIsLoggedAndIsNoEvent) {
+    m_Ipc.AddEventLstener(&m_Events, "*");
     RawPeer peer;
     DBusMessage* const call = RawPeer::NewCall("OSTEL_KTA", "X");
     dbus_message_set_serial(call, 1);
     DBusMessage* const error = dbus_message_new_error(call, "a.b.C", "an error's text");
     m_Ipc.MessageHandler(error);
     EXPECT_EQ(RecordingLog::Count(2, "an error's text"), 1);
+    EXPECT_THAT(m_Events.Events(), testing::IsEmpty());
     dbus_message_unref(error);
     dbus_message_unref(call);
 }
@@ -367,6 +369,23 @@ TEST_F(DBusMonitor, GivesUpItsClientNameWhenRenamed) {
     EXPECT_TRUE(monitor.WaitForOutput("string \"com.Kaven.Ostel.WATCHER_CLIENT\""))
         << monitor.Output();
     EXPECT_THAT(monitor.Output(), testing::Not(HasSubstr("string \"com.Kaven.Ostel.WATCHER\"")));
+}
+
+TEST_F(DBusMonitor, ReportsThatItCannotGiveUpItsClientName) {
+    Start();
+    m_Bus.Kill();
+    RecordingLog::Clear();
+    EXPECT_THROW(m_Monitor->Init("RENAMED"), std::runtime_error);
+    EXPECT_THAT(RecordingLog::Texts(2), Contains(testing::StartsWith("dbus_bus_release_name - ")));
+}
+
+TEST_F(DBusMonitor, SendsTheCallOfAStopAsWell) {
+    ChildProcess monitor({"dbus-monitor", "--system", "member='Disconnected'"});
+    ASSERT_TRUE(monitor.WaitForOutput("NameLost"));
+    Start();
+    m_Monitor->Stop();
+    EXPECT_TRUE(monitor.WaitForOutput("destination=com.Kaven.Ostel.WATCHER serial="))
+        << monitor.Output();
 }
 
 TEST_F(DBusMonitor, StopsWithinItsShorterTimeout) {

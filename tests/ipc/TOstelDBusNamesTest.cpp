@@ -62,6 +62,7 @@ TEST_F(DBus, SecondInitWithTheSameNameDoesNothing) {
     bus.Init("OSTEL_KTA");
     EXPECT_THAT(RecordingLog::Texts(3),
                 testing::ElementsAre("The same ID (OSTEL_KTA), do nothing."));
+    EXPECT_THAT(RecordingLog::Texts(6), testing::ElementsAre(HasSubstr("[Init]: OSTEL_KTA")));
     EXPECT_TRUE(HasOwner("com.Kaven.Ostel.OSTEL_KTA"));
 }
 
@@ -152,6 +153,8 @@ TEST_F(DBus, WithoutAConnectionNamesAreLeftAlone) {
 
 // Kept: connecting always adds the process id, and only another name undoes it.
 TEST_F(DBus, ReconnectsUnderItsNameAndTheProcessId) {
+    ChildProcess monitor({"dbus-monitor", "--system", "member='ReleaseName'"});
+    ASSERT_TRUE(monitor.WaitForOutput("NameLost"));
     RawPeer peer;
     TOpenDBus bus;
     bus.Init("OSTEL_KTA");
@@ -164,6 +167,8 @@ TEST_F(DBus, ReconnectsUnderItsNameAndTheProcessId) {
     EXPECT_FALSE(HasOwner("com.Kaven.Ostel.OSTEL_KTA"));
     bus.Init("OSTEL_MVA");
     EXPECT_TRUE(HasOwner("com.Kaven.Ostel.OSTEL_MVA"));
+    const std::string name = "com.Kaven.Ostel.OSTEL_KTA" + std::to_string(getpid());
+    EXPECT_TRUE(monitor.WaitForOutput("string \"" + name + "\"")) << monitor.Output();
 }
 
 TEST_F(DBus, UnnamedSenderHasItsProcessIdInThePath) {
@@ -171,7 +176,9 @@ TEST_F(DBus, UnnamedSenderHasItsProcessIdInThePath) {
     TOpenDBus bus;
     bus.SendEvent("E", "d");
     ASSERT_TRUE(peer.WaitForMember("E"));
-    EXPECT_EQ(peer.Received().back().path, "/com/Kaven/Ostel/" + std::to_string(getpid()));
+    const std::string path = "/com/Kaven/Ostel/" + std::to_string(getpid());
+    EXPECT_EQ(peer.Received().back().path, path);
+    EXPECT_THAT(RecordingLog::Texts(6), testing::ElementsAre(HasSubstr("'" + path + "' 'E' 'd'")));
 }
 
 TEST_F(DBus, RefusesNamesThatTheBusDoesNotAllowAndKeepsTheOldOne) {
@@ -244,6 +251,16 @@ TEST_F(DBus, WorkersLookUpOnceASecondAndMonitorsTwice) {
     EXPECT_EQ(DispatchTimeoutMs(bus), 500);
 }
 
+TEST_F(DBus, RunsAgainAsItIsConfiguredWhenRenamed) {
+    TOpenDBus bus;
+    bus.Init("OSTEL_KTA");
+    bus.Run();
+    bus.Configure({1, 60, true});
+    bus.Init("WATCHER");
+    EXPECT_TRUE(bus.IsRunning());
+    EXPECT_EQ(DispatchTimeoutMs(bus), 500);
+}
+
 TEST_F(DBus, SaysWhatItDoesWhenAskedForDetails) {
     TOpenDBus bus;
     bus.Init("OSTEL_KTA");
@@ -281,7 +298,9 @@ TEST_F(DBus, StopWakesASingleWorkerByACallToItself) {
     bus.Init("OSTEL_KTA");
     bus.Run();
     bus.Stop();
-    EXPECT_TRUE(monitor.WaitForOutput("destination=com.Kaven.Ostel.OSTEL_KTA serial="))
+    // The second connection is the one that sends calls.
+    EXPECT_TRUE(
+        monitor.WaitForOutput("sender=:1.2 -> destination=com.Kaven.Ostel.OSTEL_KTA serial="))
         << monitor.Output();
     EXPECT_THAT(monitor.Output(),
                 HasSubstr("path=/com/Kaven/Ostel/OSTEL_KTA; "

@@ -248,7 +248,11 @@ TEST(TOstelIpc, AnswersMinusOneWithoutAHandler) {
     THandler handler(0);
     std::string reply = "as it was";
     EXPECT_EQ(ipc.OnMethodCall("M", "d", reply), -1);
+    ipc.AddMethodHandler("M", &handler);
     ipc.AddMethodHandler("M", nullptr);
+    EXPECT_EQ(ipc.OnMethodCall("M", "d", reply), -1);
+    // Listeners and servers have a name for all, handlers have none.
+    ipc.AddMethodHandler("*", &handler);
     EXPECT_EQ(ipc.OnMethodCall("M", "d", reply), -1);
     ipc.AddMethodHandler("M", &handler);
     ipc.RemoveMethodHandler("M");
@@ -383,9 +387,14 @@ TEST(TOstelIpc, RunsAsManyThreadsAsConfigured) {
 
 TEST(TOstelIpc, RunsNoThreadWhenConfiguredSo) {
     TIpc ipc;
-    ipc.Configure({0, 60, false});
-    ipc.Run();
-    EXPECT_EQ(ipc.Workers(), 0U);
+    for (const std::int32_t threads : {0, -1}) {
+        ipc.Configure({threads, 60, false});
+        ipc.Run();
+        EXPECT_EQ(ipc.Workers(), 0U);
+        TOstelIpc::TOstelIpcSettings settings;
+        ipc.GetSettings(settings);
+        EXPECT_EQ(settings.threads, threads);
+    }
 }
 
 TEST(TOstelIpc, LeavesRunningThreadsAsTheyAreWhenConfigured) {
