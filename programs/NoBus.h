@@ -8,7 +8,8 @@
 inline std::string NoBus() {
     const char* const address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
     if (address == nullptr || *address == '\0') {
-        return "cannot connect to the system bus (DBUS_SYSTEM_BUS_ADDRESS names another)";
+        return "cannot connect to the system bus: it does not run, or does not admit this user, as "
+               "it does root and the group 'ostel' (DBUS_SYSTEM_BUS_ADDRESS names another bus)";
     }
     return "cannot connect to the bus at DBUS_SYSTEM_BUS_ADDRESS, '" + std::string(address) + "'";
 }

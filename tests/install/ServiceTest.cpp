@@ -17,6 +17,7 @@
 
 namespace {
 
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -105,6 +106,20 @@ TEST(Service, IsUnderstoodByTheServiceManager) {
     EXPECT_THAT(verify.errors, Not(HasSubstr("ostel-gateway")));
     EXPECT_THAT(Contents(prefix.File(UNIT)),
                 HasSubstr("\nExecStart=" + prefix.File("bin/ostel-gateway --state ")));
+}
+
+// dbus-daemon looks up the groups of a user, which it cannot do for one that is made for each
+// start.
+TEST(Service, HasAUserWhoMayBeAnApplication) {
+    const InstalledPrefix prefix;
+    std::filesystem::create_directories(prefix.File("root/etc"));
+    const TFinished sysusers = RunProgram({"systemd-sysusers", "--root=" + prefix.File("root"),
+                                           prefix.File("lib/sysusers.d/ostel.conf")});
+    EXPECT_EQ(sysusers.status, 0) << sysusers.errors;
+    EXPECT_THAT(Contents(prefix.File(UNIT)), HasSubstr("\nUser=ostel-gateway\n"));
+    EXPECT_THAT(Contents(prefix.File("root/etc/passwd")), HasSubstr("ostel-gateway:"));
+    EXPECT_THAT(Contents(prefix.File("root/etc/group")),
+                ContainsRegex("(^|\n)ostel:x:[0-9]+:ostel-gateway\n"));
 }
 
 TEST(Service, IsHardened) {
