@@ -317,6 +317,15 @@ TEST_F(RemoteService, SaysThatItHasTooFewThreads) {
     EXPECT_EQ(Ask("{}", m_Unit), "{}");
 }
 
+// Connections that have just ended still hold the port.
+TEST_F(RemoteService, StartsAgainAtOnce) {
+    Start();
+    EXPECT_EQ(Ask("{}", m_Unit), "{}");
+    m_Service.reset();
+    Start();
+    EXPECT_EQ(Ask("{}", m_Unit), "{}");
+}
+
 TEST_F(RemoteService, EndsWithoutWaitingForItsPeers) {
     Start();
     const int silent = ConnectPlainly();

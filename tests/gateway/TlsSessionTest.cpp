@@ -23,6 +23,7 @@ TEST(TTlsContext, HoldsPeersToItsRules) {
     EXPECT_EQ(SSL_CTX_get_verify_mode(context.Get()),
               SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT);
     EXPECT_EQ(SSL_CTX_get_verify_depth(context.Get()), 3);
+    EXPECT_EQ(SSL_CTX_get_session_cache_mode(context.Get()), SSL_SESS_CACHE_OFF);
 }
 
 TEST(TTlsContext, SaysWhichFileIsWrong) {
