@@ -34,8 +34,8 @@ public:
         std::string value;
     };
 
-    // Lives from the first call until the process exits, when its requests must have ended: join the
-    // threads that make them before main returns.
+    // Lives from the first call until the process exits. Its requests must have ended by then: join
+    // the threads that make them before main returns.
     static TOstelApplication* GetInstance();
 
     TOstelApplication(const TOstelApplication&) = delete;

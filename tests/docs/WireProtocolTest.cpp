@@ -121,6 +121,22 @@ TEST(WireProtocol, TheBusIsAsItSays) {
     EXPECT_EQ(methods.size(), 15U);
 }
 
+TEST(WireProtocol, AnApplicationStopsAsItSays) {
+    const PrivateBus bus;
+    ChildProcess monitor({"dbus-monitor", "--system", "member='Disconnected'"});
+    // Its own name is lost when it has become a monitor.
+    ASSERT_TRUE(monitor.WaitForOutput("member=NameLost")) << monitor.Errors();
+    TOstelApplication::GetInstance()->Initialize(OSTEL_APP_SIMULATOR);
+    getOstelIpcInstance()->Stop();
+    const std::vector<std::string> shown = Markdown("docs/wire-protocol.md").Blocks("monitor");
+    ASSERT_EQ(shown.size(), 1U);
+    // Nothing follows: it has no arguments.
+    EXPECT_TRUE(monitor.WaitForOutput(shown[0])) << monitor.Output();
+    monitor.Signal(SIGTERM);
+    monitor.Wait();
+    EXPECT_EQ(monitor.Output().find("member=Disconnected") + 20, monitor.Output().size());
+}
+
 // An application's observers, as calls in the notation of the document.
 struct TObservers : IOstelObserver,
                     IOstelCpeClientStateObserver,
