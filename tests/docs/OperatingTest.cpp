@@ -44,6 +44,7 @@ TTexts Logged() {
     const char* const line =
         R"re(ZT_LOG_LEVEL_(?:ERROR|WARNING|NOTICE|INFO|DEBUG),\s*(?:(?:\w+|"\w+"),\s*)*"([^"]+)")re";
     TTexts texts = Matches(sources, line);
+    texts.merge(Matches(sources, R"re(ZT_LOG_LEVEL_\w+,\s*"%s",\s*"([^"]+)")re"));
     texts.merge(Matches(sources, R"re((?:Fail|runtime_error)\((?:[^";]*\?)?\s*"([^"]+)")re"));
     // The gateway's exceptions end it, or are told to who asked.
     TTexts gateway = Matches(Sources({"gateway"}), line);
