@@ -35,8 +35,16 @@ protected:
                                            : line.substr(blanks + 2, line.size() - blanks - 3);
     }
 
-    // Neither now nor with the next commit is anything changed by a snapshot that is refused.
-    static void ExpectToBeTakenBack(const std::string& file) {
+    // Two values that can be written, and one that cannot: neither now nor with the next commit is
+    // anything changed.
+    void ExpectToBeTakenBack(const std::string& first, const std::string& firstValue,
+                             const std::string& second, const std::string& secondValue) {
+        const std::string file = Write(R"({"ROOT":"Device.","PARAMS":[
+            {"NAME":")" + first + R"(","VALUE":")" +
+                                       firstValue + R"("},
+            {"NAME":")" + second + R"(","VALUE":")" +
+                                       secondValue + R"("},
+            {"NAME":")" + LED + R"(Brightness","VALUE":"very"}]})");
         const std::string before = Cli({"get", "Device."}).output;
         EXPECT_EQ(Cli({"load", file}).status, 5);
         EXPECT_EQ(Cli({"commit"}).status, 0);
@@ -127,23 +135,12 @@ TEST_F(Snapshot, LoadRestoresUniqueKeysThatWereExchanged) {
 
 TEST_F(Snapshot, LoadTakesUniqueKeysBackThatHadMovedOn) {
     const std::string first = "Device.IP.Interface.1.Alias";
-    const std::string second = "Device.IP.Interface.2.Alias";
-    const std::string file = Write(R"({"ROOT":"Device.","PARAMS":[
-        {"NAME":")" + first + R"(","VALUE":"free"},
-        {"NAME":")" + second + R"(","VALUE":")" +
-                                   Value(first) + R"("},
-        {"NAME":")" + LED + R"(Brightness","VALUE":"very"}]})");
-    ExpectToBeTakenBack(file);
+    ExpectToBeTakenBack(first, "free", "Device.IP.Interface.2.Alias", Value(first));
 }
 
 TEST_F(Snapshot, LoadTakesAUniqueKeyBackFromAnInstanceItAdded) {
     const std::string first = ADDRESSES + "1.Chaddr";
-    const std::string file = Write(R"({"ROOT":"Device.","PARAMS":[
-        {"NAME":")" + first + R"(","VALUE":"02:00:00:00:00:77"},
-        {"NAME":")" + ADDRESSES + R"(77.Chaddr","VALUE":")" +
-                                   Value(first) + R"("},
-        {"NAME":")" + LED + R"(Brightness","VALUE":"very"}]})");
-    ExpectToBeTakenBack(file);
+    ExpectToBeTakenBack(first, "02:00:00:00:00:77", ADDRESSES + "77.Chaddr", Value(first));
 }
 
 TEST_F(Snapshot, LoadLeavesNoInstanceBehindWhenNothingOfItIsKnown) {

@@ -51,10 +51,22 @@ protected:
     std::string SnapshotInTheMiddle() {
         m_Dispatcher.Answer("GET_PARAM", R"({"PARAMS":[{"NAME":"D.A","VALUE":"old"}]})");
         m_Dispatcher.Answer("SET_PARAM", "{}", 0, TManner::KEEP_SILENT);
+        return SnapshotOf(R"({"NAME":"D.A","VALUE":"1"},{"NAME":"D.B","VALUE":"2"})");
+    }
+
+    std::string SnapshotOf(const std::string& params) {
         std::string file = m_Dir.File("snapshot.json");
-        std::ofstream(file) << R"({"ROOT":"D.","PARAMS":[{"NAME":"D.A","VALUE":"1"},)"
-                               R"({"NAME":"D.B","VALUE":"2"}]})";
+        std::ofstream(file) << R"({"ROOT":"D.","PARAMS":[)" << params << "]}";
         return file;
+    }
+
+    // The signal comes while that request is waited for, which then succeeds.
+    int StatusWhenStoppedAt(const std::string& request, ChildProcess& tool, int signal) {
+        EXPECT_TRUE(m_Dispatcher.WaitForRequest(request));
+        tool.Signal(signal);
+        m_Dispatcher.Answer(request, "{}", 0);
+        m_Dispatcher.Release();
+        return tool.Wait();
     }
 
     PrivateBus m_Bus;
@@ -87,27 +99,18 @@ TEST_F(StopOfTheTool, EndsAWaitForStandardInput) {
 
 TEST_F(StopOfTheTool, TakesBackWhatLoadHasStaged) {
     ChildProcess load({OSTELCLI, "load", SnapshotInTheMiddle()});
-    ASSERT_TRUE(m_Dispatcher.WaitForRequest("SET_PARAM"));
-    load.Signal(SIGINT);
-    m_Dispatcher.Answer("SET_PARAM", "{}", 0);
-    m_Dispatcher.Release();
-    EXPECT_EQ(load.Wait(), 128 + SIGINT);
+    EXPECT_EQ(StatusWhenStoppedAt("SET_PARAM", load, SIGINT), 128 + SIGINT);
     EXPECT_EQ(load.Errors(), "ostelcli: stopped; nothing is written\n");
     EXPECT_EQ(m_Dispatcher.LastText("SET_PARAM"), R"({"NAME":"D.A","VALUE":"old","COMMIT":false})");
     EXPECT_EQ(m_Dispatcher.LastText("COMMIT"), "no request of COMMIT");
 }
 
 TEST_F(StopOfTheTool, TakesBackTheLastValueThatLoadHasStagedToo) {
-    const std::string file = m_Dir.File("snapshot.json");
-    std::ofstream(file) << R"({"ROOT":"D.","PARAMS":[{"NAME":"D.A","VALUE":"1"}]})";
+    const std::string file = SnapshotOf(R"({"NAME":"D.A","VALUE":"1"})");
     m_Dispatcher.Answer("GET_PARAM", R"({"PARAMS":[{"NAME":"D.A","VALUE":"old"}]})");
     m_Dispatcher.Answer("SET_PARAM", "{}", 0, TManner::KEEP_SILENT);
     ChildProcess load({OSTELCLI, "load", file});
-    ASSERT_TRUE(m_Dispatcher.WaitForRequest("SET_PARAM"));
-    load.Signal(SIGINT);
-    m_Dispatcher.Answer("SET_PARAM", "{}", 0);
-    m_Dispatcher.Release();
-    EXPECT_EQ(load.Wait(), 128 + SIGINT);
+    EXPECT_EQ(StatusWhenStoppedAt("SET_PARAM", load, SIGINT), 128 + SIGINT);
     EXPECT_EQ(m_Dispatcher.LastText("SET_PARAM"), R"({"NAME":"D.A","VALUE":"old","COMMIT":false})");
     EXPECT_EQ(m_Dispatcher.LastText("COMMIT"), "no request of COMMIT");
 }
@@ -118,15 +121,9 @@ TEST_F(StopOfTheTool, TakesBackWhatLoadHasStagedTogether) {
                         R"({"PARAMS":[{"NAME":"D.A","VALUE":"a"},{"NAME":"D.B","VALUE":"b"}]})");
     m_Dispatcher.Answer("SET_PARAM", "{}", 5);
     m_Dispatcher.Answer("SET_PARAM_ARRAY", "{}", 0, TManner::KEEP_SILENT);
-    const std::string file = m_Dir.File("snapshot.json");
-    std::ofstream(file) << R"({"ROOT":"D.","PARAMS":[{"NAME":"D.A","VALUE":"b"},)"
-                           R"({"NAME":"D.B","VALUE":"a"}]})";
+    const std::string file = SnapshotOf(R"({"NAME":"D.A","VALUE":"b"},{"NAME":"D.B","VALUE":"a"})");
     ChildProcess load({OSTELCLI, "load", file});
-    ASSERT_TRUE(m_Dispatcher.WaitForRequest("SET_PARAM_ARRAY"));
-    load.Signal(SIGINT);
-    m_Dispatcher.Answer("SET_PARAM_ARRAY", "{}", 0);
-    m_Dispatcher.Release();
-    EXPECT_EQ(load.Wait(), 128 + SIGINT);
+    EXPECT_EQ(StatusWhenStoppedAt("SET_PARAM_ARRAY", load, SIGINT), 128 + SIGINT);
     EXPECT_EQ(load.Errors(), "ostelcli: stopped; nothing is written\n");
     EXPECT_EQ(m_Dispatcher.LastText("SET_PARAM_ARRAY"),
               R"({"PARAMS":[{"NAME":"D.B","VALUE":"b"},{"NAME":"D.A","VALUE":"a"}],)"
@@ -139,14 +136,9 @@ TEST_F(StopOfTheTool, TellsWhichDeletionsOfLoadRemainStaged) {
     m_Dispatcher.Answer("GET_PARAM", R"({"PARAMS":[{"NAME":"D.T.1.A","VALUE":"a"},)"
                                      R"({"NAME":"D.T.2.A","VALUE":"b"}]})");
     m_Dispatcher.Answer("DELETE_OBJECT_INSTANCE", "{}", 0, TManner::KEEP_SILENT);
-    const std::string file = m_Dir.File("snapshot.json");
-    std::ofstream(file) << R"({"ROOT":"D.","PARAMS":[]})";
+    const std::string file = SnapshotOf("");
     ChildProcess load({OSTELCLI, "load", "--exact", file});
-    ASSERT_TRUE(m_Dispatcher.WaitForRequest("DELETE_OBJECT_INSTANCE"));
-    load.Signal(SIGTERM);
-    m_Dispatcher.Answer("DELETE_OBJECT_INSTANCE", "{}", 0);
-    m_Dispatcher.Release();
-    EXPECT_EQ(load.Wait(), 128 + SIGTERM);
+    EXPECT_EQ(StatusWhenStoppedAt("DELETE_OBJECT_INSTANCE", load, SIGTERM), 128 + SIGTERM);
     EXPECT_EQ(load.Errors(),
               "ostelcli: stopped; nothing is written\n"
               "ostelcli: the deletion of 1 instances cannot be taken back; "
