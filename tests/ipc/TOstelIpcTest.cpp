@@ -6,7 +6,6 @@
 #include <atomic>
 #include <functional>
 
-#include "BinaryLayout.h"
 #include "RecordingLog.h"
 #include "WaitUntil.h"
 
@@ -15,7 +14,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// An IPC object whose transport does nothing, and which shows the places of its members.
+// An IPC object whose transport does nothing.
 class TIpc : public TOstelIpc {
 public:
     ~TIpc() override { TOstelIpc::Stop(); }
@@ -32,11 +31,6 @@ public:
         }
     }
 
-    std::vector<const void*> Members() const {
-        return {&m_Running,      &m_Monitor,  &m_Name,          &m_TimeoutMs,
-                &m_Threads,      &m_Workers,  &m_ListenerMutex, &m_Listeners,
-                &m_HandlerMutex, &m_Handlers, &m_ServerIds};
-    }
     const std::string& Name() const { return m_Name; }
     std::vector<std::string> EventsWithListeners() const {
         std::vector<std::string> names;
@@ -415,43 +409,5 @@ TEST(TOstelIpc, StopsAtOnceWhenItNeverRan) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
     EXPECT_EQ(ipc.Workers(), 0U);
 }
-
-TEST(TOstelIpc, KeepsItsOperationsInOrder) {
-    EXPECT_EQ(BinaryLayout::SlotOf(&IOstelIpcEventListener::OnEvent), 0U);
-    EXPECT_EQ(BinaryLayout::SlotOf(&IOstelIpcMethodHandler::OnMethodCall), 0U);
-    EXPECT_EQ(BinaryLayout::SlotOf(&TOstelIpc::OnEvent), 0U);
-    // The destructor has slots 1 and 2.
-    EXPECT_EQ(BinaryLayout::SlotOf(&TOstelIpc::Init), 3U);
-    EXPECT_EQ(BinaryLayout::SlotOf(&TOstelIpc::Run), 4U);
-    EXPECT_EQ(BinaryLayout::SlotOf(&TOstelIpc::AddEventLstener), 5U);
-    EXPECT_EQ(BinaryLayout::SlotOf(&TOstelIpc::RemoveEventLstener), 6U);
-    EXPECT_EQ(BinaryLayout::SlotOf(&TOstelIpc::AddMethodHandler), 7U);
-    EXPECT_EQ(BinaryLayout::SlotOf(&TOstelIpc::RemoveMethodHandler), 8U);
-    EXPECT_EQ(BinaryLayout::SlotOf(&TOstelIpc::SendEvent), 9U);
-    using TShort = int (TOstelIpc::*)(const std::string&, const std::string&, std::string&);
-    using TLong = int (TOstelIpc::*)(const std::string&, const std::string&, std::string&,
-                                     TOstelIpc::TMethodSettings&);
-    EXPECT_EQ(BinaryLayout::SlotOf(static_cast<TShort>(&TOstelIpc::CallMethod)), 10U);
-    EXPECT_EQ(BinaryLayout::SlotOf(static_cast<TLong>(&TOstelIpc::CallMethod)), 11U);
-    EXPECT_EQ(BinaryLayout::SlotOf(static_cast<TShort>(&TOstelIpc::OnMethodCall)), 12U);
-    EXPECT_EQ(BinaryLayout::SlotOf(&TOstelIpc::Stop), 13U);
-    EXPECT_EQ(BinaryLayout::SlotOf(&TOstelIpc::MainLoop), 14U);
-}
-
-TEST(TOstelIpc, KeepsItsMembersInOrder) {
-    const TIpc ipc;
-    const auto members = ipc.Members();
-    EXPECT_TRUE(std::is_sorted(members.begin(), members.end()));
-    // Two virtual tables come before the first member.
-    EXPECT_EQ(static_cast<const char*>(members[0]) - reinterpret_cast<const char*>(&ipc),
-              static_cast<std::ptrdiff_t>(2 * sizeof(void*)));
-}
-
-static_assert(sizeof(TOstelIpc::TOstelIpcSettings) == 12, "threads, timeout, monitor");
-static_assert(offsetof(TOstelIpc::TOstelIpcSettings, timeout) == 4, "behind the threads");
-static_assert(offsetof(TOstelIpc::TOstelIpcSettings, monitor) == 8, "behind the timeout");
-static_assert(TOstelIpc::TMethodSettings::DEFAULT_TIMEOUT == 4294967295U, "all ones");
-static_assert(offsetof(TOstelIpc::TMethodSettings, timeout) == sizeof(std::string),
-              "behind the server id");
 
 }  // namespace
