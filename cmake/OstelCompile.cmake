@@ -33,6 +33,13 @@ if(OSTEL_SMALL)
   add_compile_options(-ffunction-sections -fdata-sections
                       -falign-functions=1 -falign-jumps=1 -falign-loops=1
                       -fno-reorder-blocks-and-partition)
+  # Nor is data aligned for more than it needs, on x86, where GCC does so.
+  include(CheckCXXCompilerFlag)
+  check_cxx_compiler_flag(-malign-data=abi OSTEL_ALIGNS_DATA)
+  if(OSTEL_ALIGNS_DATA)
+    add_compile_options(-malign-data=abi)
+    add_link_options(-malign-data=abi)
+  endif()
   # The library's own calls need no way around, and its segments share pages.
   add_link_options(-Wl,--gc-sections
     "$<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>:-Wl,-Bsymbolic-functions,-z,noseparate-code>")
