@@ -1,12 +1,25 @@
 // Events of every name, with any payload, on their way to observers of every kind.
 #include <array>
+#include <optional>
+#include <set>
+#include <vector>
 
 #include "Fuzz.h"
+#include "PrivateMember.h"
 #include "TOstelApplication.h"
 #include "TOstelJsonObject.h"
 #include "TOstelLogger.h"
 
+// A subscription needs another unit; what it leaves behind does not.
+struct TRemoteObserversOfApplication {
+    friend std::map<IOstelDataModelChangeObserverRemote*, std::set<std::string>>
+        TOstelApplication::*MemberOf(TRemoteObserversOfApplication);
+};
+template struct PrivateMember<TRemoteObserversOfApplication, &TOstelApplication::m_RemoteObservers>;
+
 namespace {
+
+using TTexts = std::vector<std::string>;
 
 const std::array<const char*, 11> NAMES = {
     "EVENT_TYPE_CLIENT_CONNECTED",
@@ -21,53 +34,124 @@ const std::array<const char*, 11> NAMES = {
     "APP_DISCONNECTED",
     "ANOTHER",
 };
+constexpr std::size_t CLIENT_STATES = 5;
+constexpr std::size_t INSTALL = 5;
+constexpr std::size_t CHANGED = 6;
+constexpr std::size_t CHANGED_REMOTE = 7;
+constexpr std::size_t APP_CONNECTED = 8;
+constexpr std::size_t APP_DISCONNECTED = 9;
 
-// Counts what it is told and looks at every character of it.
+// The empty name is what is left of a document without one.
+const std::set<std::string> OBSERVED = {"", "Device.A"};
+const std::set<std::string> OBSERVED_BY_ANOTHER = {"Device.A", "Device.B"};
+
+// Keeps what it is told; each kind of notification begins with its own word.
 class TObserver : public IOstelObserver,
                   public IOstelCpeClientStateObserver,
                   public IOstelDataModelChangeObserver,
+                  public IOstelDataModelChangeObserverRemote,
                   public IOstelAppStateObserver {
 public:
-    void OnEvent(const std::string& name, const std::string& data) override { Take({name, data}); }
+    void OnEvent(const std::string& name, const std::string& data) override {
+        m_Told.push_back({"event", name, data});
+    }
     void OnCpeClientStateChanged(TOstelCpeClientState state, const std::string& macAddress,
                                  const std::string& hostName) override {
-        Fuzz::Require(state >= 0 && state <= 4, "a client's state is one of five");
-        Take({macAddress, hostName});
+        m_Told.push_back({"client", std::to_string(state), macAddress, hostName});
     }
     void OnDataModelParamChanged(const std::string& name, const std::string& value) override {
-        Take({name, value});
+        m_Told.push_back({"changed", name, value});
+    }
+    void OnDataModelChangeRemote(const std::string& name, const std::string& value,
+                                 const std::string& serialNumber) override {
+        m_Told.push_back({"changed there", name, value, serialNumber});
     }
     void OnAppStateChanged(TOstelAppState state, const std::string& appName) override {
-        Fuzz::Require(state == APP_STATE_CONNECTED || state == APP_STATE_DISCONNECTED,
-                      "an application comes or goes");
-        Take({appName});
+        m_Told.push_back({state == APP_STATE_CONNECTED      ? "comes"
+                          : state == APP_STATE_DISCONNECTED ? "goes"
+                                                            : "neither",
+                          appName});
     }
 
-    int Told() const { return m_Told; }
+    void Forget() { m_Told.clear(); }
+
+    // Nothing is expected where there is no value.
+    void RequireTold(const std::optional<TTexts>& expected) const {
+        Fuzz::Require(m_Told.size() == (expected ? 1U : 0U),
+                      "one observer is told once, if at all");
+        Fuzz::Require(!expected || m_Told.front() == *expected,
+                      "an observer is told what the payload says");
+    }
 
 private:
-    void Take(std::initializer_list<std::string> texts) {
-        ++m_Told;
-        for (const std::string& text : texts) {
-            Fuzz::Require(text.find('\xFF') == std::string::npos, "a text is UTF-8");
-        }
-    }
-
-    int m_Told = 0;
+    std::vector<TTexts> m_Told;
 };
+
+struct TObservers {
+    TObserver all;
+    TObserver another;  // of other units' changes only
+};
+
+TObservers& TheObservers() {
+    static TObservers observers;
+    return observers;
+}
 
 TOstelApplication& TheApplication() {
     static TOstelApplication& application = [&]() -> TOstelApplication& {
         TOstelApplication& made = *TOstelApplication::GetInstance();
         TOstelLogger::GetInstance()->Init(OSTEL_KTA);
         made.AddDataModelChangeObserver(TOstelLogger::GetInstance());
+        TObservers& observers = TheObservers();
+        made.AddObserver(&observers.all);
+        made.AddCpeClientStateObserver(&observers.all);
+        made.AddDataModelChangeObserver(&observers.all);
+        made.AddAppStateChangeObserver(&observers.all);
+        auto& remote = made.*MemberOf(TRemoteObserversOfApplication());
+        remote[&observers.all] = OBSERVED;
+        remote[&observers.another] = OBSERVED_BY_ANOTHER;
         return made;
     }();
     return application;
 }
 
-bool IsDocument(const std::string& text) {
-    return TOstelJsonObject().DecodeFromString(text);
+std::string Text(const TOstelJsonObject& document, const char* name) {
+    auto text = document.GetPropertyValue<std::string>(name, "");
+    Fuzz::Require(text.find('\xFF') == std::string::npos, "a text is UTF-8");
+    return text;
+}
+
+std::optional<TTexts> ExpectedRemote(const TOstelJsonObject& document,
+                                     const std::set<std::string>& names) {
+    TTexts expected = {"changed there", Text(document, "NAME"), Text(document, "VALUE"),
+                       Text(document, "SERIAL_NUMBER")};
+    return names.count(expected[1]) != 0 ? std::optional(std::move(expected)) : std::nullopt;
+}
+
+// Of the observer of all kinds.
+std::optional<TTexts> Expected(std::size_t event, const std::string& payload, bool isDocument,
+                               const TOstelJsonObject& document) {
+    if (event == APP_CONNECTED || event == APP_DISCONNECTED) {
+        return TTexts{event == APP_CONNECTED ? "comes" : "goes", payload};
+    }
+    if (event == CHANGED_REMOTE) {
+        return ExpectedRemote(document, OBSERVED);
+    }
+    if (!isDocument) {
+        return std::nullopt;
+    }
+    if (event < CLIENT_STATES) {
+        return TTexts{"client", std::to_string(event), Text(document, "MAC_ADDRESS"),
+                      Text(document, "HOST_NAME")};
+    }
+    if (event == INSTALL) {
+        return TTexts{"event", NAMES.at(event), Text(document, "URL")};
+    }
+    if (event == CHANGED) {
+        return TTexts{"changed", Text(document, "DATA_MODEL_NAME"),
+                      Text(document, "DATA_MODEL_VALUE")};
+    }
+    return std::nullopt;
 }
 
 }  // namespace
@@ -75,26 +159,17 @@ bool IsDocument(const std::string& text) {
 // The first byte chooses the name, the rest is the payload.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Fuzz::TCursor cursor(Fuzz::ToText(data, size));
-    const std::string name = NAMES.at(cursor.Byte() % NAMES.size());
+    const std::size_t event = cursor.Byte() % NAMES.size();
     const std::string payload = cursor.Rest();
     TOstelApplication& application = TheApplication();
-    TObserver observer;
-    application.AddObserver(&observer);
-    application.AddCpeClientStateObserver(&observer);
-    application.AddDataModelChangeObserver(&observer);
-    if (name.compare(0, 4, "APP_") != 0) {
-        application.OnEvent(name, payload);
-        const bool isKnown = name != "ANOTHER" && name != "REMOTE_DATA_MODEL_CHANGED";
-        Fuzz::Require(observer.Told() == (isKnown && IsDocument(payload) ? 1 : 0),
-                      "one observer is told once of each document");
-    } else if (payload.find('\xFF') == std::string::npos) {
-        application.AddAppStateChangeObserver(&observer);
-        application.OnEvent(name, payload);
-        application.RemoveAppStateChangeObserver(&observer);
-        Fuzz::Require(observer.Told() == 1, "who observes applications is told once");
-    }
-    application.RemoveDataModelChangeObserver(&observer);
-    application.RemoveCpeClientStateObserver(&observer);
-    application.RemoveObserver(&observer);
+    TObservers& observers = TheObservers();
+    observers.all.Forget();
+    observers.another.Forget();
+    application.OnEvent(NAMES.at(event), payload);
+    TOstelJsonObject document;
+    const bool isDocument = document.DecodeFromString(payload);
+    observers.all.RequireTold(Expected(event, payload, isDocument, document));
+    observers.another.RequireTold(
+        event == CHANGED_REMOTE ? ExpectedRemote(document, OBSERVED_BY_ANOTHER) : std::nullopt);
     return 0;
 }
