@@ -2,6 +2,8 @@
 // were built against.
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "BinaryLayout.h"
 #include "TOstelDataMapper.h"
 #include "TOstelEventListener.h"
@@ -105,14 +107,17 @@ TEST(TOstelEventListenerLayout, KeepsTheOrderOfItsMembers) {
     EXPECT_EQ(sizeof(TOstelEventListener), table + 4 * set);
 }
 
+// The pointer that an object holds at an offset.
+const void* PointerAt(const TOstelCommon& object, std::size_t offset) {
+    const void* pointer = nullptr;
+    std::memcpy(&pointer, reinterpret_cast<const char*>(&object) + offset, sizeof(pointer));
+    return pointer;
+}
+
 TEST(TOstelEventListenerLayout, WorksWithTheMapperAndTheIpcInstanceOfTheProcess) {
     const TOstelEventListener listener;
-    const auto* const start =
-        reinterpret_cast<const char*>(static_cast<const TOstelCommon*>(&listener));
-    EXPECT_EQ(*reinterpret_cast<TOstelDataMapper* const*>(start + OffsetOf(TMapper())),
-              TOstelDataMapper::GetInstance());
-    EXPECT_EQ(*reinterpret_cast<TOstelIpc* const*>(start + OffsetOf(TIpc())),
-              getOstelIpcInstance());
+    EXPECT_EQ(PointerAt(listener, OffsetOf(TMapper())), TOstelDataMapper::GetInstance());
+    EXPECT_EQ(PointerAt(listener, OffsetOf(TIpc())), getOstelIpcInstance());
 }
 
 #ifdef __i386__

@@ -22,6 +22,12 @@ std::size_t SlotOf(Member member) {
     return static_cast<std::size_t>(place) / sizeof(void*);
 }
 
+// Where a member of this type lies that is declared behind what ends at the offset.
+template <typename Member>
+constexpr std::size_t Behind(std::size_t offset) {
+    return (offset + alignof(Member) - 1) / alignof(Member) * alignof(Member);
+}
+
 }  // namespace BinaryLayout
 
 // The offset of a data member in bytes; its pointer holds just that. Private members, too:
