@@ -85,7 +85,7 @@ bool TDispatcher::CommitStaged() {
     try {
         m_Store.Save(m_Model.Changes());
     } catch (const std::runtime_error& error) {
-        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", error.what());
+        ztLogging_log(ZT_LOG_LEVEL_ERROR, "The commit is not stored: %s", error.what());
         return false;
     }
     const TDataModel::TValues changes = m_Model.Commit();

@@ -67,7 +67,7 @@ tOstelReturnCode TRemoteRequests::Safely(const std::function<tOstelReturnCode()>
     try {
         return serve();
     } catch (const std::exception& error) {
-        ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", error.what());
+        ztLogging_log(ZT_LOG_LEVEL_ERROR, "A request of another unit failed: %s", error.what());
         return RC_RUNTIME_ERROR;
     }
 }

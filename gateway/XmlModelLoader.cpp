@@ -172,7 +172,7 @@ private:
         try {
             type.patterns.emplace_back(text);
         } catch (const std::regex_error&) {
-            Warn(node, "the pattern \"" + text + "\" is not understood and not applied");
+            Warn(node, "the pattern is not understood and not applied: " + text);
         }
     }
 

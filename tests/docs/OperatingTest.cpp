@@ -46,9 +46,10 @@ TTexts Logged() {
     TTexts texts = Matches(sources, line);
     texts.merge(Matches(sources, R"re(ZT_LOG_LEVEL_\w+,\s*"%s",\s*"([^"]+)")re"));
     texts.merge(Matches(sources, R"re((?:Fail|runtime_error)\((?:[^";]*\?)?\s*"([^"]+)")re"));
-    // The gateway's exceptions end it, or are told to who asked.
-    TTexts gateway = Matches(Sources({"gateway"}), line);
-    texts.merge(gateway);
+    // The gateway's exceptions end it, are told to who asked, or stand behind the text of a line.
+    const std::string gateway = Sources({"gateway"});
+    texts.merge(Matches(gateway, line));
+    texts.merge(Matches(gateway, R"re(Warn\(\w+,\s*"([^"]+)")re"));
     // The document has it without its document at the end.
     texts.erase("Remote Ostel has failed with '%s'. \\n\\n %s\\n");
     return texts;

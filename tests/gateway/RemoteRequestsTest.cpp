@@ -87,7 +87,8 @@ TEST_F(RemoteRequests, AnswerWhateverFailsOnTheWay) {
         EXPECT_EQ(Ask(R"({"REQUEST_TYPE":"SEND_EVENT","EVENT_DATA":"","EVENT_NAME":")" +
                       std::string(name) + R"("})"),
                   R"({"STATUS":"RC_RUNTIME_ERROR"})");
-        EXPECT_EQ(RecordingLog::Count(2, cause), 1);
+        EXPECT_EQ(RecordingLog::Count(2, std::string("A request of another unit failed: ") + cause),
+                  1);
     }
 }
 
