@@ -24,7 +24,8 @@ struct ssl_ctx_st;
 //
 // Each operation blocks its caller for the round trip to the data-model service and may be called
 // from any thread. It returns the service's code; RC_RUNTIME_ERROR when the bus or a document
-// failed, and RC_FAILURE when nobody answered, both of which are logged.
+// failed, and RC_FAILURE when nobody answered, both of which are logged. A service that fails by
+// itself answers RC_FAILURE, too.
 //
 // The order of the virtual operations and of the members is part of the binary interface.
 class OSTEL_API TOstelApplication : public IOstelIpcMethodHandler, public TOstelEventListener {
@@ -47,7 +48,8 @@ public:
     ~TOstelApplication() override;
 
     // Connects to the bus under the client's name and starts to receive. Does nothing once it has
-    // succeeded; a failure is logged, and a later call tries again.
+    // succeeded; a failure is logged, and a later call tries again. A connection that is lost later
+    // stays lost: requests fail from then on, and only a new process connects anew.
     void Initialize(tOstelClientId client);
 
     bool IsInitialized() const { return m_Initialized; }

@@ -10,8 +10,8 @@
  *    starts zeroed; what an operation refills is released first, unless it says otherwise.
  * 3. Results are tOstelReturnCode values: RC_INVALID_ARGUMENT for a null record or text,
  *    RC_RUNTIME_ERROR for what went wrong inside and RC_FAILURE when nobody answered or a remote
- *    request failed (logged), otherwise what the data-model service answers. On a result other than
- *    RC_SUCCESS a record is as it was.
+ *    request failed (logged), otherwise what the data-model service answers, which may be any of
+ *    them. On a result other than RC_SUCCESS a record is as it was.
  * 4. Any thread may call; a request blocks its caller for the round trip. A record is used by one
  *    thread at a time.
  * 5. No C++ exception leaves these functions.
