@@ -15,10 +15,19 @@ void SetEnvironment(Fuzz::TCursor& cursor) {
     }
 }
 
-// What the environment alone decides, whatever the file says.
+// Whether a setting is what the environment alone decides, when it does.
 bool IsOverridden(const char* name, const std::string& value) {
     const char* const set = std::getenv(name);
     return set == nullptr || *set == '\0' || value == set;
+}
+
+bool IsOverridden(const char* name, int value) {
+    const char* const set = std::getenv(name);
+    if (set == nullptr || *set == '\0') {
+        return true;
+    }
+    char* rest = nullptr;
+    return std::strtol(set, &rest, 10) == value && *rest == '\0';
 }
 
 }  // namespace
@@ -38,7 +47,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
                       "a destination is a sum of three");
         Fuzz::Require(settings->file.find('\0') == std::string::npos,
                       "a file that is opened is the one that was named");
-        Fuzz::Require(IsOverridden("ZT_LOGGING_FILE", settings->file),
+        Fuzz::Require(IsOverridden("ZT_LOGGING_LEVEL", settings->level) &&
+                          IsOverridden("ZT_LOGGING_DESTINATION", settings->destination) &&
+                          IsOverridden("ZT_LOGGING_FILE", settings->file),
                       "the environment goes before the file");
     }
     return 0;
