@@ -21,7 +21,8 @@ get_property(headers GLOBAL PROPERTY OSTEL_PUBLIC_HEADERS)
 install(FILES ${headers} DESTINATION "${OSTEL_INSTALL_INCLUDEDIR}" COMPONENT development)
 
 configure_package_config_file(packaging/OstelAppConfig.cmake.in
-  "${PROJECT_BINARY_DIR}/OstelAppConfig.cmake" INSTALL_DESTINATION "${OSTEL_INSTALL_CMAKEDIR}")
+  "${PROJECT_BINARY_DIR}/OstelAppConfig.cmake" INSTALL_DESTINATION "${OSTEL_INSTALL_CMAKEDIR}"
+  PATH_VARS CMAKE_INSTALL_LIBDIR OSTEL_INSTALL_INCLUDEDIR)
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/OstelAppConfigVersion.cmake"
   COMPATIBILITY SameMajorVersion)
 install(EXPORT OstelAppTargets NAMESPACE OstelApp::
