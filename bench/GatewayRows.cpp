@@ -127,14 +127,15 @@ private:
 
 }  // namespace
 
-// A tree of a hundred times the parameters may take log(100,000) / log(1,000) of the time.
+// A tree of a hundred times the parameters, ten times as wide in both directions, may take
+// log(100,000) / log(1,000) of the time.
 void GatewayLookup(benchmark::State& state) {
-    TGateway large(1000, 100);
-    TGateway small(10, 100);
+    TGateway large(400, 250);
+    TGateway small(40, 25);
     Compare(
         state, {"one of 1,000", "us", AtMost(1.67), &CpuMicroseconds}, 50,
-        [&] { large.Get(Group(777) + "Parameter50"); },
-        [&] { small.Get(Group(7) + "Parameter50"); });
+        [&] { large.Get(Group(377) + "Parameter225"); },
+        [&] { small.Get(Group(37) + "Parameter22"); });
 }
 
 // Ten times the output, and a tenth for what grows with it.
@@ -144,6 +145,15 @@ void GatewayPartialPath(benchmark::State& state) {
     Compare(
         state, {"partial path of 500", "us", AtMost(11), &CpuMicroseconds}, 1,
         [&] { large.Get(Group(1)); }, [&] { small.Get(Group(1)); });
+}
+
+// The same output, out of twenty times as much: log(100,000) / log(5,000).
+void GatewayPartialPathAmongMany(benchmark::State& state) {
+    TGateway large(20, 5000);
+    TGateway small(1, 5000);
+    Compare(
+        state, {"the same of 5,000", "us", AtMost(1.35), &CpuMicroseconds}, 1,
+        [&] { large.Get(Group(17)); }, [&] { small.Get(Group(1)); });
 }
 
 void GatewayCommit(benchmark::State& state) {

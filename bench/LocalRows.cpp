@@ -40,10 +40,10 @@ void InThreads(int threads, int runs, const TWork& work) {
     }
 }
 
-void EchoAgainst(benchmark::State& state, const TEcho& other, const TGoal& goal,
-                 const TWork& ours) {
+void EchoAgainst(benchmark::State& state, const TEcho& other, const TGoal& goal, const TWork& ours,
+                 const TEcho& ourEcho = OSTEL_ECHO) {
     const std::string reply = Reply(std::string(static_cast<std::size_t>(state.range(0)), 'v'));
-    const ServerProcess ourServer(ServerProcess::Role(OSTEL_ECHO.kind, DISPATCHER, reply));
+    const ServerProcess ourServer(ServerProcess::Role(ourEcho.kind, DISPATCHER, reply));
     const ServerProcess otherServer(ServerProcess::Role(other.kind, "BENCH_OTHER", reply));
     const std::unique_ptr<IEchoClient> client = other.newClient("BENCH_OTHER");
     const std::string request = Request();
@@ -78,6 +78,14 @@ void Throughput(benchmark::State& state) {
                 benchmark::DoNotOptimize(RawBus::Call(raw.get(), DISPATCHER, request));
             });
         });
+}
+
+// How much of what separates the library from the others is libdbus's own.
+void RawAgainst(benchmark::State& state, const TEcho& other) {
+    const std::unique_ptr<IEchoClient> raw = RAW_ECHO.newClient(DISPATCHER);
+    const std::string request = Request();
+    EchoAgainst(
+        state, other, {}, [&] { benchmark::DoNotOptimize(raw->Call(request)); }, RAW_ECHO);
 }
 
 // Each library calls a server of its own kind; the texts are the same.

@@ -19,6 +19,8 @@ BENCHMARK_CAPTURE(TextAgainst, gdbus, GDBUS_ECHO, AtMost(1))
 BENCHMARK_CAPTURE(TextAgainst, sdbus_cpp, SDBUS_CPP_ECHO, AtMost(1))
     ->Name("text round trip")
     ->Apply(&Sizes);
+BENCHMARK_CAPTURE(RawAgainst, sd_bus, SD_BUS_ECHO)->Name("raw round trip")->Apply(&Sizes);
+BENCHMARK_CAPTURE(RawAgainst, sdbus_cpp, SDBUS_CPP_ECHO)->Name("raw round trip")->Apply(&Sizes);
 BENCHMARK_CAPTURE(RoundTripAgainst, raw, RAW_ECHO, TGoal())->Name("GetParam")->Apply(&Sizes);
 BENCHMARK_CAPTURE(RoundTripAgainst, sd_bus, SD_BUS_ECHO, TGoal())->Name("GetParam")->Apply(&Sizes);
 BENCHMARK_CAPTURE(RoundTripAgainst, gdbus, GDBUS_ECHO, AtMost(1))->Name("GetParam")->Apply(&Sizes);
@@ -45,7 +47,7 @@ BENCHMARK(GroupedNamesWithStars)
     ->Iterations(40);
 
 BENCHMARK(OneEvent)->Name("event, from SendEvent to observer")->UseManualTime()->Iterations(60);
-BENCHMARK(Burst)->Name("100,000 events in a burst")->UseManualTime()->Iterations(1);
+BENCHMARK(Burst)->Name("100,000 events in a burst")->UseManualTime()->Iterations(2);
 BENCHMARK(LostOfBurst)->Name("events lost of 100,000 in a burst")->UseManualTime()->Iterations(1);
 BENCHMARK(HeapAfterBurst)->Name("heap after 100,000 events")->UseManualTime()->Iterations(1);
 
@@ -61,6 +63,10 @@ BENCHMARK(GatewayLookup)
     ->Iterations(200);
 BENCHMARK(GatewayPartialPath)
     ->Name("gateway: partial path of 5,000")
+    ->UseManualTime()
+    ->Iterations(30);
+BENCHMARK(GatewayPartialPathAmongMany)
+    ->Name("gateway: partial path of 5,000 of 100,000")
     ->UseManualTime()
     ->Iterations(30);
 BENCHMARK(GatewayCommit)->Name("gateway: COMMIT of 1,000 writes")->UseManualTime()->Iterations(30);

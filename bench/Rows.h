@@ -14,6 +14,7 @@ void Throughput(benchmark::State& state);
 void RoundTripAgainst(benchmark::State& state, const TEcho& other, const TGoal& goal);
 
 void TextAgainst(benchmark::State& state, const TEcho& other, const TGoal& goal);
+void RawAgainst(benchmark::State& state, const TEcho& other);
 
 // The argument is the number of names.
 void Array(benchmark::State& state);
@@ -35,6 +36,7 @@ void LibrarySize(benchmark::State& state);
 // The gateway's own work, without the bus.
 void GatewayLookup(benchmark::State& state);
 void GatewayPartialPath(benchmark::State& state);
+void GatewayPartialPathAmongMany(benchmark::State& state);
 void GatewayCommit(benchmark::State& state);
 void GatewayCommitSyncs(benchmark::State& state);
 
