@@ -3,6 +3,8 @@
 
 #include <array>
 #include <memory>
+#include <optional>
+#include <string_view>
 
 #include "Fuzz.h"
 #include "TOstelDBus.h"
@@ -10,9 +12,9 @@
 namespace {
 
 constexpr int READ_ARGUMENTS = 3;
-// The bus library builds no signature of more than 255 characters, and does not check that.
-constexpr int DEEPEST = 2;
-constexpr int MOST_ARGUMENTS = 8;
+// What bounds a message: its signature bounds all else.
+constexpr int DEEPEST_VARIANT = 8;
+constexpr int MOST_VALUES = 24;
 
 struct TRelease {
     void operator()(DBusMessage* message) const { dbus_message_unref(message); }
@@ -23,7 +25,6 @@ using TMessage = std::unique_ptr<DBusMessage, TRelease>;
 struct TExpected {
     std::string text;
     int number = -1;
-    int arguments = 0;
 };
 
 class TBus : public TOstelDBus {
@@ -36,146 +37,246 @@ public:
 // Keeps what it is told.
 class TParty : public IOstelIpcMethodHandler, public IOstelIpcEventListener {
 public:
-    int OnMethodCall(const std::string&, const std::string& request, std::string& reply) override {
-        Take(request);
+    struct TTold {
+        std::string name;
+        std::string data;
+    };
+
+    int OnMethodCall(const std::string& name, const std::string& request,
+                     std::string& reply) override {
+        OnEvent(name, request);
         reply = request;
         return static_cast<int>(request.size());
     }
-    void OnEvent(const std::string&, const std::string& payload) override { Take(payload); }
+    void OnEvent(const std::string& name, const std::string& payload) override {
+        ++m_Times;
+        m_Told = TTold{name, payload};
+    }
 
-    const std::string& Data() const { return m_Data; }
-    int Told() const { return m_Told; }
+    // Nothing is expected where there is no value. What it was told is forgotten.
+    void RequireTold(const std::optional<TTold>& expected) {
+        Fuzz::Require(m_Times == (expected ? 1 : 0), "a message is told of once, if at all");
+        Fuzz::Require(
+            !expected || (m_Told->name == expected->name && m_Told->data == expected->data),
+            "a message is told of by its name, with its text");
+        m_Times = 0;
+        m_Told.reset();
+    }
 
 private:
-    void Take(const std::string& data) {
-        m_Data = data;
-        ++m_Told;
-    }
-
-    std::string m_Data;
-    int m_Told = 0;
+    int m_Times = 0;
+    std::optional<TTold> m_Told;
 };
 
-std::string Text(Fuzz::TCursor& cursor) {
+std::string Text(Fuzz::TCursor& cursor, dbus_bool_t (*isFit)(const char*, DBusError*),
+                 const char* otherwise) {
     std::string text = cursor.Bytes(cursor.Byte() % 32);
-    const bool isFit =
-        text.find('\0') == std::string::npos && dbus_validate_utf8(text.c_str(), nullptr);
-    return isFit ? text : "com.Kaven.Ostel.KTA";
+    return text.find('\0') == std::string::npos && isFit(text.c_str(), nullptr) ? text : otherwise;
 }
 
-void AppendText(DBusMessageIter& iter, int type, const std::string& text) {
-    const char* const characters = text.c_str();
-    Fuzz::Require(dbus_message_iter_append_basic(&iter, type, &characters), "a text fits");
+// What may stand in a signature, up to the first other byte, which is taken, too; of a single type
+// up to its end. Without what is left open at the end, and empty when it is not valid.
+std::string Signature(Fuzz::TCursor& cursor, bool isSingle) {
+    constexpr std::string_view codes = "ybnqiuxtdhsogva(){}";
+    std::string signature;
+    std::size_t complete = 0;
+    int depth = 0;
+    while (signature.size() < DBUS_MAXIMUM_SIGNATURE_LENGTH && !(isSingle && complete > 0)) {
+        const char next = static_cast<char>(cursor.Byte());
+        if (codes.find(next) == std::string_view::npos) {
+            break;
+        }
+        signature += next;
+        depth += next == '(' || next == '{' ? 1 : 0;
+        depth -= next == ')' || next == '}' ? 1 : 0;
+        complete = depth == 0 && next != DBUS_TYPE_ARRAY ? signature.size() : complete;
+    }
+    signature.resize(complete);
+    return dbus_signature_validate(signature.c_str(), nullptr) ? signature : "";
 }
 
-// Of any fixed type: the bus library takes from the value what the type needs.
-void AppendFixed(DBusMessageIter& iter, int type, Fuzz::TCursor& cursor, TExpected* expected) {
-    std::uint64_t value = 0;
-    for (int i = 0; i < 4; ++i) {
-        value = value << 8U | cursor.Byte();
-    }
-    if (type == DBUS_TYPE_BOOLEAN) {
-        value &= 1U;
-    } else if (type == DBUS_TYPE_UNIX_FD) {
-        value = STDERR_FILENO;
-    }
-    if (expected != nullptr && type == DBUS_TYPE_INT32) {
-        expected->number = static_cast<int>(value);
-    }
-    Fuzz::Require(dbus_message_iter_append_basic(&iter, type, &value), "a number fits");
-}
+// Fills a message with values of any valid signature.
+class TFiller {
+public:
+    explicit TFiller(Fuzz::TCursor& cursor) : m_Cursor(cursor) {}
 
-void AppendContainer(DBusMessageIter& iter, Fuzz::TCursor& cursor, int depth);
-
-// `expected` is null below the top.
-void AppendOne(DBusMessageIter& iter, Fuzz::TCursor& cursor, int depth, TExpected* expected) {
-    static constexpr std::array<int, 13> TYPES = {
-        DBUS_TYPE_STRING, DBUS_TYPE_INT32,  DBUS_TYPE_BYTE,        DBUS_TYPE_BOOLEAN,
-        DBUS_TYPE_INT16,  DBUS_TYPE_UINT16, DBUS_TYPE_UINT32,      DBUS_TYPE_INT64,
-        DBUS_TYPE_UINT64, DBUS_TYPE_DOUBLE, DBUS_TYPE_OBJECT_PATH, DBUS_TYPE_SIGNATURE,
-        DBUS_TYPE_UNIX_FD};
-    const std::size_t choice = cursor.Byte() % (TYPES.size() + 4);
-    if (choice >= TYPES.size()) {
-        AppendContainer(iter, cursor, depth);
-        return;
+    TExpected Fill(DBusMessage* message, const std::string& signature) {
+        TExpected expected;
+        DBusMessageIter arguments;
+        dbus_message_iter_init_append(message, &arguments);
+        DBusSignatureIter types;
+        dbus_signature_iter_init(&types, signature.c_str());
+        int appended = 0;
+        while (dbus_signature_iter_get_current_type(&types) != DBUS_TYPE_INVALID) {
+            AppendOne(arguments, types, appended++ < READ_ARGUMENTS ? &expected : nullptr);
+            if (!dbus_signature_iter_next(&types)) {
+                break;
+            }
+        }
+        return expected;
     }
-    const int type = TYPES.at(choice);
-    if (type == DBUS_TYPE_STRING) {
-        const std::string text = Text(cursor);
-        AppendText(iter, type, text);
-        if (expected != nullptr) {
+
+private:
+    // `expected` is null where the handlers read nothing.
+    void AppendOne(DBusMessageIter& to, const DBusSignatureIter& type, TExpected* expected) {
+        --m_Left;
+        switch (const int code = dbus_signature_iter_get_current_type(&type)) {
+            case DBUS_TYPE_ARRAY:
+            case DBUS_TYPE_STRUCT:
+            case DBUS_TYPE_DICT_ENTRY:
+                AppendContainer(to, code, type);
+                break;
+            case DBUS_TYPE_VARIANT:
+                AppendVariant(to);
+                break;
+            case DBUS_TYPE_STRING:
+            case DBUS_TYPE_OBJECT_PATH:
+            case DBUS_TYPE_SIGNATURE:
+                AppendText(to, code, expected);
+                break;
+            default:
+                AppendFixed(to, code, expected);
+                break;
+        }
+    }
+
+    void AppendContainer(DBusMessageIter& to, int code, const DBusSignatureIter& type) {
+        DBusSignatureIter types;
+        dbus_signature_iter_recurse(&type, &types);
+        DBusMessageIter inner;
+        if (code == DBUS_TYPE_ARRAY) {
+            char* const element = dbus_signature_iter_get_signature(&types);
+            Open(to, code, element, inner);
+            dbus_free(element);
+            for (int i = m_Cursor.Byte() % 4; i > 0 && m_Left > 0; --i) {
+                AppendOne(inner, types, nullptr);
+            }
+        } else {
+            Open(to, code, nullptr, inner);
+            do {
+                AppendOne(inner, types, nullptr);
+            } while (dbus_signature_iter_next(&types));
+        }
+        Close(to, inner);
+    }
+
+    void AppendVariant(DBusMessageIter& to) {
+        std::string signature = Signature(m_Cursor, true);
+        if (signature.empty() || m_Variants >= DEEPEST_VARIANT) {
+            signature = DBUS_TYPE_STRING_AS_STRING;
+        }
+        DBusMessageIter inner;
+        Open(to, DBUS_TYPE_VARIANT, signature.c_str(), inner);
+        DBusSignatureIter type;
+        dbus_signature_iter_init(&type, signature.c_str());
+        ++m_Variants;
+        AppendOne(inner, type, nullptr);
+        --m_Variants;
+        Close(to, inner);
+    }
+
+    void AppendText(DBusMessageIter& to, int code, TExpected* expected) {
+        const std::string text = code == DBUS_TYPE_SIGNATURE ? Signature(m_Cursor, false)
+                                 : code == DBUS_TYPE_STRING
+                                     ? Text(m_Cursor, dbus_validate_utf8, "com.Kaven.Ostel.KTA")
+                                     : Text(m_Cursor, dbus_validate_path, "/com/Kaven/Ostel");
+        if (expected != nullptr && code == DBUS_TYPE_STRING) {
             expected->text = text;
         }
-    } else if (type == DBUS_TYPE_OBJECT_PATH || type == DBUS_TYPE_SIGNATURE) {
-        AppendText(iter, type, type == DBUS_TYPE_SIGNATURE ? "a{sv}" : "/com/Kaven/Ostel");
-    } else {
-        AppendFixed(iter, type, cursor, expected);
+        const char* const characters = text.c_str();
+        Fuzz::Require(dbus_message_iter_append_basic(&to, code, &characters), "a text fits");
     }
-}
 
-void AppendContainer(DBusMessageIter& iter, Fuzz::TCursor& cursor, int depth) {
-    static constexpr std::array<const char*, 6> ELEMENTS = {"s", "i", "(si)", "{sv}", "as", "v"};
-    DBusMessageIter inner;
-    const unsigned int kind = cursor.Byte() % 3;
-    if (kind == 0) {
-        const char* const element = ELEMENTS.at(cursor.Byte() % ELEMENTS.size());
-        dbus_message_iter_open_container(&iter, DBUS_TYPE_ARRAY, element, &inner);
-        for (int i = cursor.Byte() % 3; i > 0 && *element == 's'; --i) {
-            AppendText(inner, DBUS_TYPE_STRING, Text(cursor));
+    // Of any fixed type: the bus library takes from the value what the type needs.
+    void AppendFixed(DBusMessageIter& to, int code, TExpected* expected) {
+        std::uint64_t value = 0;
+        for (int i = 0; i < 4; ++i) {
+            value = value << 8U | m_Cursor.Byte();
         }
-    } else if (kind == 1 && depth < DEEPEST) {
-        dbus_message_iter_open_container(&iter, DBUS_TYPE_STRUCT, nullptr, &inner);
-        for (int i = cursor.Byte() % 2; i >= 0; --i) {
-            AppendOne(inner, cursor, depth + 1, nullptr);
+        if (code == DBUS_TYPE_BOOLEAN) {
+            value &= 1U;
+        } else if (code == DBUS_TYPE_UNIX_FD) {
+            value = STDERR_FILENO;
+        } else if (code == DBUS_TYPE_INT32 && expected != nullptr) {
+            expected->number = static_cast<int>(value);
         }
-    } else {
-        dbus_message_iter_open_container(&iter, DBUS_TYPE_VARIANT, "s", &inner);
-        AppendText(inner, DBUS_TYPE_STRING, Text(cursor));
+        Fuzz::Require(dbus_message_iter_append_basic(&to, code, &value), "a number fits");
     }
-    dbus_message_iter_close_container(&iter, &inner);
-}
 
-TMessage Make(Fuzz::TCursor& cursor, unsigned int kind) {
-    static constexpr std::array<const char*, 4> MEMBERS = {"NAME", "NameAcquired", "NameLost",
-                                                           "Another"};
-    TMessage message(dbus_message_new(static_cast<int>(kind)));
+    static void Open(DBusMessageIter& to, int code, const char* content, DBusMessageIter& inner) {
+        Fuzz::Require(dbus_message_iter_open_container(&to, code, content, &inner),
+                      "a container fits");
+    }
+
+    static void Close(DBusMessageIter& to, DBusMessageIter& inner) {
+        Fuzz::Require(dbus_message_iter_close_container(&to, &inner), "a container ends");
+    }
+
+    Fuzz::TCursor& m_Cursor;
+    int m_Left = MOST_VALUES;  // then arrays are empty
+    int m_Variants = 0;        // one in another
+};
+
+TMessage Make(Fuzz::TCursor& cursor, int kind) {
+    static constexpr std::array<const char*, 5> MEMBERS = {"NAME", "NameAcquired", "NameLost",
+                                                           "Another", nullptr};
+    TMessage message(dbus_message_new(kind));
     dbus_message_set_serial(message.get(), 1);
     dbus_message_set_path(message.get(), "/com/Kaven/Ostel");
     dbus_message_set_interface(message.get(), "com.Kaven.Ostel");
-    if (cursor.Byte() % 8 != 0) {
-        dbus_message_set_member(message.get(), MEMBERS.at(cursor.Byte() % MEMBERS.size()));
-    }
+    dbus_message_set_member(message.get(), MEMBERS.at(cursor.Byte() % MEMBERS.size()));
     return message;
 }
 
+std::optional<TParty::TTold> ExpectedTold(DBusMessage* message, const std::string& text) {
+    const int type = dbus_message_get_type(message);
+    const char* const member = dbus_message_get_member(message);
+    const std::string name = member != nullptr ? member : "";
+    const bool isTold = type == DBUS_MESSAGE_TYPE_SIGNAL ||
+                        (type == DBUS_MESSAGE_TYPE_METHOD_CALL && name == "NAME");
+    return isTold ? std::optional(TParty::TTold{name, text}) : std::nullopt;
+}
+
+std::optional<TParty::TTold> ExpectedOfMonitor(DBusMessage* message, const std::string& text) {
+    constexpr std::string_view prefix = "com.Kaven.Ostel.";
+    const char* const member = dbus_message_get_member(message);
+    const std::string name = member != nullptr ? member : "";
+    if (dbus_message_get_type(message) != DBUS_MESSAGE_TYPE_SIGNAL || text.rfind(prefix, 0) != 0 ||
+        (name != "NameAcquired" && name != "NameLost")) {
+        return std::nullopt;
+    }
+    return TParty::TTold{name == "NameAcquired" ? "APP_CONNECTED" : "APP_DISCONNECTED",
+                         text.substr(prefix.size())};
+}
+
+// `expected` is null for a message that nobody here has built.
 void HandOver(DBusMessage* message, const TExpected* expected) {
-    TBus bus;
-    TParty party;
-    bus.AddMethodHandler("NAME", &party);
-    bus.AddEventLstener(&party, "");
+    static TParty party;
+    static TBus& bus = []() -> TBus& {
+        static TBus made;
+        made.AddMethodHandler("NAME", &party);
+        made.AddEventLstener(&party, "");
+        return made;
+    }();
     std::string text;
     int number = 0;
     TBus::GetMessageValue(message, text, &number);
     bus.MessageHandler(message);
-    const int told = party.Told();
-    const bool isRight = party.Data() == text;
+    party.RequireTold(ExpectedTold(message, text));
     bus.MonitorHandler(message);
-    Fuzz::Require(told <= 1 && (told == 0 || isRight), "one is told once, and of the text");
+    party.RequireTold(ExpectedOfMonitor(message, text));
     if (expected != nullptr) {
         Fuzz::Require(text == expected->text && number == expected->number,
                       "the last text and number of the first three arguments are taken");
     }
 }
 
-void BuildOne(Fuzz::TCursor& cursor, unsigned int kind) {
+void BuildOne(Fuzz::TCursor& cursor, int kind) {
     const TMessage message = Make(cursor, kind);
-    TExpected expected;
-    DBusMessageIter iter;
-    dbus_message_iter_init_append(message.get(), &iter);
-    while (!cursor.AtEnd() && expected.arguments < MOST_ARGUMENTS) {
-        const bool isRead = expected.arguments++ < READ_ARGUMENTS;
-        AppendOne(iter, cursor, 0, isRead ? &expected : nullptr);
-    }
+    const std::string signature = Signature(cursor, false);
+    const TExpected expected = TFiller(cursor).Fill(message.get(), signature);
+    Fuzz::Require(signature == dbus_message_get_signature(message.get()),
+                  "a message is of the signature that was asked for");
     HandOver(message.get(), &expected);
 }
 
@@ -192,10 +293,11 @@ void ReadOne(const std::string& bytes) {
 
 }  // namespace
 
-// The first byte is the message's kind, or 0 for a message in bytes.
+// The first byte is the message's kind, or 0 for a message in bytes. The member, the signature and
+// the values of one that is built follow.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Fuzz::TCursor cursor(Fuzz::ToText(data, size));
-    const unsigned int kind = cursor.Byte() % DBUS_NUM_MESSAGE_TYPES;
+    const int kind = cursor.Byte() % DBUS_NUM_MESSAGE_TYPES;
     if (kind == DBUS_MESSAGE_TYPE_INVALID) {
         ReadOne(cursor.Rest());
     } else {
