@@ -16,8 +16,9 @@
 // application.
 class Gateway : public testing::Test {
 protected:
-    explicit Gateway(const std::vector<std::string>& options = {})
-        : m_Gateway(OSTEL_GATEWAY, options), m_App(*TOstelApplication::GetInstance()) {
+    explicit Gateway(const std::vector<std::string>& options = {},
+                     const std::string& program = OSTEL_GATEWAY)
+        : m_Gateway(program, options), m_App(*TOstelApplication::GetInstance()) {
         m_App.Initialize(OSTEL_CLI);
     }
 

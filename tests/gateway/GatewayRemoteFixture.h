@@ -31,8 +31,9 @@ struct TRemoteFiles {
 // The gateway as other units see it: the real program, asked over mutual TLS.
 class GatewayRemote : private TRemoteFiles, public Gateway {
 protected:
-    GatewayRemote()
-        : Gateway({"--remote-address", host, "--certs", unit, "--files", directory.File("files")}),
+    explicit GatewayRemote(const std::string& program = OSTEL_GATEWAY)
+        : Gateway({"--remote-address", host, "--certs", unit, "--files", directory.File("files")},
+                  program),
           m_Host(host),
           m_Unit(certificates.Unit("application")) {
         EXPECT_TRUE(m_App.EnableSecureRemote(m_Unit + "ostel.cert.pem", m_Unit + "ostel.key.pem",
