@@ -1,10 +1,9 @@
 // What arrives on the server connection: calls, events, and in monitor mode applications.
-#include <sys/resource.h>
-
 #include <future>
 
 #include "ChildProcess.h"
 #include "DBusFixture.h"
+#include "Resources.h"
 
 namespace {
 
@@ -262,21 +261,14 @@ TEST(TOstelDBus, GetMessageValueBearsNullPointers) {
     dbus_message_unref(message);
 }
 
-double CpuSeconds() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
-
 TEST_F(DBusIncoming, WithoutABusTheWorkerIsIdleAndStopsInTime) {
     m_Ipc.AddEventLstener(&m_Events, "Disconnected");
     m_Ipc.Run();
     m_Bus.Kill();
     ASSERT_TRUE(m_Events.WaitFor("Disconnected="));
-    const double before = CpuSeconds();
+    const double before = Resources::CpuSeconds();
     std::this_thread::sleep_for(std::chrono::seconds(1));
-    EXPECT_LT(CpuSeconds() - before, 0.01 + 0.02);
+    EXPECT_LT(Resources::CpuSeconds() - before, 0.01 + 0.02);
     const auto start = std::chrono::steady_clock::now();
     m_Ipc.Stop();
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));

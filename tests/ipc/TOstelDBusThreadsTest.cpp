@@ -126,7 +126,7 @@ TEST_F(DBusThreads, LoseTheBusTogetherAndAtOnce) {
                       thread.join();
                   }
               }),
-              seconds(10));
+              seconds(2));
     EXPECT_EQ(failed, 8);
 }
 

@@ -1,6 +1,7 @@
 #ifndef RESOURCES_H
 #define RESOURCES_H
 
+#include <sys/resource.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -32,6 +33,14 @@ inline int Memory(const std::string& word, pid_t process = getpid()) {
     int size = 0;
     status >> size;
     return size;
+}
+
+// How long this process has kept processors busy.
+inline double CpuSeconds() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
 }  // namespace Resources
