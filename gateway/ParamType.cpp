@@ -135,6 +135,35 @@ bool MeetsOne(const std::vector<T>& limits, TMeets meets) {
     return limits.empty() || std::any_of(limits.begin(), limits.end(), meets);
 }
 
+// Whether more digits stand there than the numbers of any "int" have.
+bool IsHugeNumber(const std::string& text, std::size_t start) {
+    constexpr std::size_t most = std::numeric_limits<int>::digits10;
+    const std::size_t end = text.find_first_not_of("0123456789", start);
+    return start < text.size() && std::min(end, text.size()) - start > most;
+}
+
+// Numbers stand in back-references and at the two ends of a repetition; in brackets there are none.
+bool HasHugeNumber(const std::string& pattern) {
+    bool isInBrackets = false;
+    for (std::size_t i = 0; i < pattern.size(); ++i) {
+        const char character = pattern[i];
+        if (character == '\\') {
+            if (IsHugeNumber(pattern, ++i)) {
+                return true;
+            }
+        } else if (character == '[' || character == ']') {
+            isInBrackets = character == '[';
+        } else if (character == '{' && !isInBrackets) {
+            const std::size_t comma = pattern.find_first_not_of("0123456789", i + 1);
+            if (IsHugeNumber(pattern, i + 1) ||
+                (comma != std::string::npos && IsHugeNumber(pattern, comma + 1))) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
 std::optional<TBaseType> ToBaseType(const std::string& name) {
@@ -170,6 +199,13 @@ bool TParamType::AllowsItem(const std::string& item) const {
         return item.size() <= LONGEST_PATTERN_TEXT && std::regex_match(item, pattern.expression);
     };
     return MeetsOne(sizes, hasSize) && MeetsOne(enumeration, equals) && MeetsOne(patterns, matches);
+}
+
+const std::string& TParamType::TPattern::Understood(const std::string& pattern) {
+    if (pattern.size() > LONGEST || HasHugeNumber(pattern)) {
+        throw std::regex_error(std::regex_constants::error_complexity);
+    }
+    return pattern;
 }
 
 bool TParamType::AllowsList(const std::string& text) const {

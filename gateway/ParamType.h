@@ -49,25 +49,24 @@ struct TParamType {
         TSize size;  // of the whole text
     };
 
-    // Throws std::regex_error, also for a pattern that is too long: the regular-expression engine
-    // recurses with its length. Of the engine's two ways this is the one that does not try every
-    // path through a pattern such as "(a|a)*b", which would take for ever; it has no
+    // Throws std::regex_error, also for a pattern that is too long, since the regular-expression
+    // engine recurses with its length, and for numbers in it that the engine's own type does not
+    // hold: it does not look whether they do. Of the engine's two ways this is the one that does
+    // not try every path through a pattern such as "(a|a)*b", which would take for ever; it has no
     // back-references, and models have none.
     struct TPattern {
         static constexpr std::size_t LONGEST = 2000;
 
         explicit TPattern(std::string pattern)
             : text(std::move(pattern)),
-              expression(text.size() <= LONGEST ? text : TooLong(),
+              expression(Understood(text),
                          std::regex_constants::ECMAScript | std::regex_constants::__polynomial) {}
 
         std::string text;
         std::regex expression;
 
     private:
-        [[noreturn]] static const std::string& TooLong() {
-            throw std::regex_error(std::regex_constants::error_complexity);
-        }
+        static const std::string& Understood(const std::string& pattern);
     };
 
     TBaseType base = TBaseType::STRING;

@@ -117,6 +117,21 @@ TEST(ParamType, HoldsToPatternsThatCanBeReadInMoreWaysThanCanBeTried) {
     EXPECT_TRUE(type.Allows("X"));
 }
 
+TEST(ParamType, HasNoPatternWithNumbersThatTheEngineCannotHold) {
+    using TPattern = TParamType::TPattern;
+    for (const std::string number : {"1234567890", "44444444444444444444"}) {
+        EXPECT_THROW(TPattern("(a)\\" + number), std::regex_error);
+        EXPECT_THROW(TPattern("a{" + number + "}"), std::regex_error);
+        EXPECT_THROW(TPattern("a{1," + number + "}"), std::regex_error);
+        TParamType type = Of("string");
+        type.patterns.emplace_back("[{," + number + "]+\\{" + number + "," + number);
+        EXPECT_TRUE(type.Allows("44,{" + number + "," + number));
+    }
+    EXPECT_THROW(TPattern("a{999999999}"), std::regex_error);
+    EXPECT_THROW(TPattern("a{4294967297}"), std::regex_error);
+    EXPECT_TRUE(std::regex_match(std::string(1000, 'a'), TPattern("a{1000}").expression));
+}
+
 TEST(ParamType, HoldsToEnumerationAndPattern) {
     TParamType type = Of("string");
     type.enumeration = {"ON", "OFF"};
