@@ -3,9 +3,9 @@
 #include <jansson.h>
 
 #include <cstdint>
-#include <cstdlib>
-#include <memory>
+#include <exception>
 #include <type_traits>
+#include <utility>
 
 namespace {
 
@@ -28,6 +28,23 @@ bool HasNul(const std::string& text) {
 
 json_t* Find(const json_t* object, const std::string& name) {
     return HasNul(name) ? nullptr : json_object_get(object, name.c_str());
+}
+
+// Looked at by its own flag: the JSON library goes on when a property's name has found no memory,
+// and its text would lack a part.
+struct TEncoding {
+    std::string text;
+    bool isWhole = true;
+};
+
+int Append(const char* part, std::size_t size, void* data) noexcept {
+    auto* const encoding = static_cast<TEncoding*>(data);
+    try {
+        encoding->text.append(part, size);
+    } catch (const std::exception&) {
+        encoding->isWhole = false;
+    }
+    return encoding->isWhole ? 0 : -1;
 }
 
 std::string ErrorText(const json_error_t& error) {
@@ -117,9 +134,9 @@ TOstelJsonObject TOstelJsonObject::GetObjectRef(const std::string& name) const {
 }
 
 std::string TOstelJsonObject::EncodeToString(int indent) const {
-    const std::unique_ptr<char, decltype(&std::free)> text(
-        json_dumps(m_Json, EncodingFlags(indent)), &std::free);
-    return text ? text.get() : std::string();
+    TEncoding encoding;
+    const bool isDone = json_dump_callback(m_Json, &Append, &encoding, EncodingFlags(indent)) == 0;
+    return isDone && encoding.isWhole ? std::move(encoding.text) : std::string();
 }
 
 bool TOstelJsonObject::DumpToFile(const std::string& path, int indent) const {
