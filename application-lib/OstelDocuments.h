@@ -4,6 +4,7 @@
 
 #include <jansson.h>
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -24,6 +25,23 @@ tOstelReturnCode Attempt(Operation operation) {
         return RC_RUNTIME_ERROR;
     }
 }
+
+// Requests are made of these. A request in which a member is missing may be granted, and something
+// else be done than was asked for: what finds no memory throws std::bad_alloc.
+
+using TOwnedJson = std::unique_ptr<json_t, decltype(&json_decref)>;
+
+// New. Null, as a value of its own, for what is no text that a document can hold.
+json_t* NewText(const std::string& text);
+
+// Steals `value`. A name is short, or there might be no memory for it either.
+void Put(TOstelJsonObject& document, const char* name, json_t* value);
+void Put(TOstelJsonObject& document, const char* name, const std::string& text);
+
+// An array's next element, {"NAME": name}, borrowed from it.
+json_t* AppendNamed(json_t* array, const std::string& name);
+
+std::string Encode(const TOstelJsonObject& request);
 
 inline void Decode(TOstelJsonObject& document, const std::string& reply) {
     if (!document.DecodeFromString(reply)) {

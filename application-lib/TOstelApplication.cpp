@@ -14,6 +14,8 @@
 
 using OstelDocuments::Attempt;
 using OstelDocuments::Decode;
+using OstelDocuments::Encode;
+using OstelDocuments::Put;
 
 namespace {
 
@@ -82,8 +84,7 @@ int TOstelApplication::OnMethodCall(const std::string& method, const std::string
 
 tOstelReturnCode TOstelApplication::Call(const std::string& type, const TOstelJsonObject& request,
                                          std::string& reply) {
-    return static_cast<tOstelReturnCode>(
-        m_Ipc->CallMethod(type, request.EncodeToString(-1), reply));
+    return static_cast<tOstelReturnCode>(m_Ipc->CallMethod(type, Encode(request), reply));
 }
 
 tOstelReturnCode TOstelApplication::Call(const std::string& type, const TOstelJsonObject& request) {
@@ -95,7 +96,7 @@ tOstelReturnCode TOstelApplication::GetParam(const std::string& name,
                                              std::vector<TOstelAppParam>& params) {
     return Attempt([&] {
         TOstelJsonObject document;
-        document.SetPropertyValue("NAME", name);
+        Put(document, "NAME", name);
         std::string reply;
         const tOstelReturnCode code = Call("GET_PARAM", document, reply);
         if (code == RC_SUCCESS) {
@@ -118,7 +119,7 @@ tOstelReturnCode TOstelApplication::GetParam(const std::string& name, std::strin
 tOstelReturnCode TOstelApplication::GetParam(const std::string& name, TOstelJsonObject& result) {
     return Attempt([&] {
         TOstelJsonObject document;
-        document.SetPropertyValue("NAME", name);
+        Put(document, "NAME", name);
         std::string reply;
         const tOstelReturnCode code = Call("GET_PARAM", document, reply);
         if (code != RC_SUCCESS) {
@@ -129,7 +130,7 @@ tOstelReturnCode TOstelApplication::GetParam(const std::string& name, TOstelJson
         auto* const params = static_cast<json_t*>(
             document.GetJsonObject("PARAMS", TOstelJsonObject::WHOLE_PROPERTY));
         void* const array = json_is_array(params) ? json_incref(params) : result.NewJsonArray();
-        if (result.SetJsonObject("PARAMS", array) != 0) {
+        if (array == nullptr || result.SetJsonObject("PARAMS", array) != 0) {
             throw std::runtime_error("The result cannot take the parameters");
         }
         return code;
@@ -140,9 +141,9 @@ tOstelReturnCode TOstelApplication::SetParam(const std::string& name, const std:
                                              bool commit) {
     return Attempt([&] {
         TOstelJsonObject request;
-        request.SetPropertyValue("NAME", name);
-        request.SetPropertyValue("VALUE", value);
-        request.SetPropertyValue("COMMIT", commit);
+        Put(request, "NAME", name);
+        Put(request, "VALUE", value);
+        Put(request, "COMMIT", json_boolean(commit));
         return Call("SET_PARAM", request);
     });
 }

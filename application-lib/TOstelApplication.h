@@ -25,7 +25,7 @@ struct ssl_ctx_st;
 // Each operation blocks its caller for the round trip to the data-model service and may be called
 // from any thread. It returns the service's code; RC_RUNTIME_ERROR when the bus or a document
 // failed, and RC_FAILURE when nobody answered, both of which are logged. A service that fails by
-// itself answers RC_FAILURE, too.
+// itself answers RC_FAILURE, too. Where memory runs out it throws std::bad_alloc.
 //
 // The order of the virtual operations and of the members is part of the binary interface.
 class OSTEL_API TOstelApplication : public IOstelIpcMethodHandler, public TOstelEventListener {

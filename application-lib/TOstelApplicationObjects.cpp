@@ -8,48 +8,31 @@
 #include "OstelNameMatch.h"
 #include "TOstelApplication.h"
 
+using OstelDocuments::AppendNamed;
 using OstelDocuments::Attempt;
 using OstelDocuments::CopyText;
 using OstelDocuments::Decode;
 using OstelDocuments::ForEach;
 using OstelDocuments::Integer;
+using OstelDocuments::NewText;
+using OstelDocuments::Put;
+using OstelDocuments::TOwnedJson;
 
 namespace {
 
 using TParams = std::vector<TOstelApplication::TOstelAppParam>;
 
-// Null, as a value of its own, for what is no text that a document can hold.
-json_t* NewText(const std::string& text) {
-    json_t* const json = json_stringn(text.data(), text.size());
-    return json != nullptr ? json : json_null();
-}
-
-using TOwnedJson = std::unique_ptr<json_t, decltype(&json_decref)>;
-
-bool SetText(json_t* element, const char* name, const std::string& text) {
-    return json_object_set_new(element, name, NewText(text)) == 0;
-}
-
-// The elements are made in their array: a copy of each would be most of a large request's cost. A
-// request in which one is missing would be granted, and only a part of it be done.
-template <typename Fill>
-void ParamsToJson(const TParams& params, TOstelJsonObject& json, Fill fill) {
+// "PARAMS" of a request, new: the names, and for one that writes the values. The elements are made
+// in their array: a copy of each would be most of a large request's cost.
+json_t* NewParams(const TParams& params, bool hasValues) {
     TOwnedJson array(json_array(), &json_decref);
     for (const auto& param : params) {
-        json_t* const element = json_object();
-        const bool isFilled = fill(element, param);
-        if (json_array_append_new(array.get(), element) != 0 || !isFilled) {
+        json_t* const element = AppendNamed(array.get(), param.name);
+        if (hasValues && json_object_set_new(element, "VALUE", NewText(param.value)) != 0) {
             throw std::bad_alloc();
         }
     }
-    json.SetJsonObject("PARAMS", array.release());
-}
-
-// "PARAMS" of a request that asks for values: the names alone.
-void NamesToJson(const TParams& params, TOstelJsonObject& json) {
-    ParamsToJson(params, json, [](json_t* element, const auto& param) {
-        return SetText(element, "NAME", param.name);
-    });
+    return array.release();
 }
 
 bool IsPlain(char c) {
@@ -66,11 +49,14 @@ void AppendText(std::string& json, const std::string& text) {
     const TOwnedJson value(NewText(text), &json_decref);
     const std::unique_ptr<char, decltype(&std::free)> encoded(
         json_dumps(value.get(), JSON_COMPACT | JSON_ENCODE_ANY), &std::free);
-    json += encoded ? encoded.get() : "null";
+    if (!encoded) {
+        throw std::bad_alloc();
+    }
+    json += encoded.get();
 }
 
-// The document of NamesToJson as a text. An array of many thousand names is asked for at once, and
-// making a tree of values only to write it down would take as long as reading the reply.
+// The document of the names alone as a text. An array of many thousand names is asked for at once,
+// and making a tree of values only to write it down would take as long as reading the reply.
 std::string EncodeNames(const TParams& params) {
     std::string json = R"({"PARAMS":[)";
     for (const auto& param : params) {
@@ -99,9 +85,8 @@ void TOstelApplication::PopulateParamArray(const TOstelJsonObject& reply,
 
 void TOstelApplication::ParamArrayToJson(const std::vector<TOstelAppParam>& params,
                                          TOstelJsonObject& json) {
-    ParamsToJson(params, json, [](json_t* element, const auto& param) {
-        return SetText(element, "NAME", param.name) && SetText(element, "VALUE", param.value);
-    });
+    // Not Put: a document that holds no value stays as it is.
+    json.SetJsonObject("PARAMS", NewParams(params, true));
 }
 
 tOstelReturnCode TOstelApplication::GetParamArray(std::vector<TOstelAppParam>& params) {
@@ -143,8 +128,8 @@ tOstelReturnCode TOstelApplication::SetParamArray(const std::vector<TOstelAppPar
                                                   bool commit) {
     return Attempt([&] {
         TOstelJsonObject request;
-        ParamArrayToJson(params, request);
-        request.SetPropertyValue("COMMIT", commit);
+        Put(request, "PARAMS", NewParams(params, true));
+        Put(request, "COMMIT", json_boolean(commit));
         return Call("SET_PARAM_ARRAY", request);
     });
 }
@@ -153,8 +138,8 @@ tOstelReturnCode TOstelApplication::GetObject(const std::string& root,
                                               std::vector<TOstelAppParam>& params) {
     return Attempt([&] {
         TOstelJsonObject document;
-        NamesToJson(params, document);
-        document.SetPropertyValue("ROOT", root);
+        Put(document, "PARAMS", NewParams(params, false));
+        Put(document, "ROOT", root);
         std::string reply;
         const tOstelReturnCode code = Call("GET_OBJECT", document, reply);
         if (code == RC_SUCCESS) {
@@ -170,9 +155,9 @@ tOstelReturnCode TOstelApplication::SetObject(const std::string& root,
                                               bool commit) {
     return Attempt([&] {
         TOstelJsonObject request;
-        ParamArrayToJson(params, request);
-        request.SetPropertyValue("ROOT", root);
-        request.SetPropertyValue("COMMIT", commit);
+        Put(request, "PARAMS", NewParams(params, true));
+        Put(request, "ROOT", root);
+        Put(request, "COMMIT", json_boolean(commit));
         return Call("SET_OBJECT", request);
     });
 }
@@ -180,7 +165,7 @@ tOstelReturnCode TOstelApplication::SetObject(const std::string& root,
 tOstelReturnCode TOstelApplication::GetObjectIds(const std::string& object, std::vector<int>& ids) {
     return Attempt([&] {
         TOstelJsonObject document;
-        document.SetPropertyValue("OBJ", object);
+        Put(document, "OBJ", object);
         std::string reply;
         const tOstelReturnCode code = Call("GET_OBJECT_INSTANCES", document, reply);
         if (code == RC_SUCCESS) {
@@ -195,7 +180,7 @@ tOstelReturnCode TOstelApplication::GetObjectTree(const std::string& object,
                                                   std::vector<std::string>& names) {
     return Attempt([&] {
         TOstelJsonObject document;
-        document.SetPropertyValue("OBJ", object);
+        Put(document, "OBJ", object);
         std::string reply;
         const tOstelReturnCode code = Call("GET_OBJECT_TREE", document, reply);
         if (code == RC_SUCCESS) {
@@ -211,7 +196,7 @@ tOstelReturnCode TOstelApplication::GetObjectTree(const std::string& object,
 tOstelReturnCode TOstelApplication::AddObject(const std::string& object, int& id) {
     return Attempt([&] {
         TOstelJsonObject document;
-        document.SetPropertyValue("OBJ", object);
+        Put(document, "OBJ", object);
         std::string reply;
         const tOstelReturnCode code = Call("ADD_OBJECT_INSTANCE", document, reply);
         if (code == RC_SUCCESS) {
@@ -225,7 +210,7 @@ tOstelReturnCode TOstelApplication::AddObject(const std::string& object, int& id
 tOstelReturnCode TOstelApplication::RemoveObject(const std::string& instance) {
     return Attempt([&] {
         TOstelJsonObject request;
-        request.SetPropertyValue("OBJ", instance);
+        Put(request, "OBJ", instance);
         return Call("DELETE_OBJECT_INSTANCE", request);
     });
 }

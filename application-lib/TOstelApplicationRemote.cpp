@@ -14,6 +14,7 @@
 #include <optional>
 #include <utility>
 
+#include "OstelDocuments.h"
 #include "OstelLog.h"
 #include "OstelRemoteResponse.h"
 #include "TOstelApplication.h"
@@ -21,6 +22,9 @@
 #include "TOstelRawSocket.h"
 #include "TOstelSslSocket.h"
 #include "zt_logging.h"
+
+using OstelDocuments::Encode;
+using OstelDocuments::Put;
 
 namespace {
 
@@ -167,20 +171,20 @@ TDescriptor Connect(const sockaddr_storage& address, const std::string& host) {
 
 TOstelJsonObject NewRequest(const char* type) {
     TOstelJsonObject request;
-    request.SetPropertyValue<std::string>("REQUEST_TYPE", type);
+    Put(request, "REQUEST_TYPE", type);
     return request;
 }
 
 TOstelJsonObject NewSubscription(const char* type, const std::vector<std::string>& names,
                                  const std::string& serialNumber) {
     TOstelJsonObject request = NewRequest(type);
-    request.SetPropertyValue<std::string>("EVENT_NAME", "REMOTE_DATA_MODEL_CHANGED");
-    std::vector<TOstelJsonObject> params(names.size());
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        params[i].SetPropertyValue("NAME", names[i]);
+    Put(request, "EVENT_NAME", "REMOTE_DATA_MODEL_CHANGED");
+    OstelDocuments::TOwnedJson params(json_array(), &json_decref);
+    for (const std::string& name : names) {
+        OstelDocuments::AppendNamed(params.get(), name);
     }
-    request.SetPropertySequence("PARAMS", params);
-    request.SetPropertyValue("SERIAL_NUMBER", serialNumber);
+    Put(request, "PARAMS", params.release());
+    Put(request, "SERIAL_NUMBER", serialNumber);
     return request;
 }
 
@@ -226,7 +230,7 @@ bool TOstelApplication::PerformRemoteRequest(const std::string& request, const s
 bool TOstelApplication::CallRemote(const std::string& host, const TOstelJsonObject& request,
                                    TOstelJsonObject& reply) {
     std::string text;
-    if (!PerformRemoteRequest(request.EncodeToString(-1), host, text, nullptr)) {
+    if (!PerformRemoteRequest(Encode(request), host, text, nullptr)) {
         return false;
     }
     // What is no document has no status.
@@ -247,7 +251,7 @@ tOstelReturnCode TOstelApplication::CommitRemote(const std::string& host) {
 tOstelReturnCode TOstelApplication::GetParamRemote(const std::string& host, const std::string& name,
                                                    std::vector<TOstelAppParam>& params) {
     TOstelJsonObject request = NewRequest("GET_PARAM");
-    request.SetPropertyValue("NAME", name);
+    Put(request, "NAME", name);
     TOstelJsonObject reply;
     if (!CallRemote(host, request, reply)) {
         return RC_FAILURE;
@@ -259,9 +263,9 @@ tOstelReturnCode TOstelApplication::GetParamRemote(const std::string& host, cons
 tOstelReturnCode TOstelApplication::SetParamRemote(const std::string& host, const std::string& name,
                                                    const std::string& value, bool commit) {
     TOstelJsonObject request = NewRequest("SET_PARAM");
-    request.SetPropertyValue("NAME", name);
-    request.SetPropertyValue("VALUE", value);
-    request.SetPropertyValue("COMMIT", commit);
+    Put(request, "NAME", name);
+    Put(request, "VALUE", value);
+    Put(request, "COMMIT", json_boolean(commit));
     TOstelJsonObject reply;
     return CallRemote(host, request, reply) ? RC_SUCCESS : RC_FAILURE;
 }
@@ -270,8 +274,8 @@ tOstelReturnCode TOstelApplication::SendEventRemote(const std::string& host,
                                                     const std::string& name,
                                                     const std::string& data) {
     TOstelJsonObject request = NewRequest("SEND_EVENT");
-    request.SetPropertyValue("EVENT_NAME", name);
-    request.SetPropertyValue("EVENT_DATA", data);
+    Put(request, "EVENT_NAME", name);
+    Put(request, "EVENT_DATA", data);
     TOstelJsonObject reply;
     return CallRemote(host, request, reply) ? RC_SUCCESS : RC_FAILURE;
 }
@@ -280,9 +284,9 @@ tOstelReturnCode TOstelApplication::GetFileRemote(const std::string& host,
                                                   const std::string& fileName,
                                                   std::vector<char>& data) {
     TOstelJsonObject request = NewRequest("GET_FILE");
-    request.SetPropertyValue("FILE_NAME", fileName);
+    Put(request, "FILE_NAME", fileName);
     std::string text;
-    if (!PerformRemoteRequest(request.EncodeToString(-1), host, text, &data)) {
+    if (!PerformRemoteRequest(Encode(request), host, text, &data)) {
         return RC_FAILURE;
     }
     TOstelJsonObject reply;

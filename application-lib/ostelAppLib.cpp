@@ -355,10 +355,10 @@ tOstelReturnCode ostelAppLibGetLongParam(tOstelAppLibLongParamRequest* request) 
     }
     return Guarded([&] {
         TOstelJsonObject document;
-        document.SetPropertyValue("NAME", Text(request->name));
+        OstelDocuments::Put(document, "NAME", Text(request->name));
         std::string reply;
         const int code =
-            theNotifier.Ipc().CallMethod("GET_LONG_PARAM", document.EncodeToString(-1), reply);
+            theNotifier.Ipc().CallMethod("GET_LONG_PARAM", OstelDocuments::Encode(document), reply);
         if (code != RC_SUCCESS) {
             return static_cast<tOstelReturnCode>(code);
         }
@@ -381,11 +381,11 @@ tOstelReturnCode ostelAppLibSetLongParam(const tOstelAppLibLongParamRequest* req
     }
     return Guarded([&] {
         TOstelJsonObject document;
-        document.SetPropertyValue("NAME", Text(request->name));
-        document.SetPropertyValue("VALUE", LongText(*request));
-        document.SetPropertyValue("COMMIT", commit);
+        OstelDocuments::Put(document, "NAME", Text(request->name));
+        OstelDocuments::Put(document, "VALUE", LongText(*request));
+        OstelDocuments::Put(document, "COMMIT", json_boolean(commit));
         std::string reply;
-        return static_cast<tOstelReturnCode>(
-            theNotifier.Ipc().CallMethod("SET_LONG_PARAM", document.EncodeToString(-1), reply));
+        return static_cast<tOstelReturnCode>(theNotifier.Ipc().CallMethod(
+            "SET_LONG_PARAM", OstelDocuments::Encode(document), reply));
     });
 }

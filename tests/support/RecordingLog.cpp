@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
+#include <new>
 
 #include "zt_logging.h"
 
@@ -138,10 +139,14 @@ int ztLogging_setLogDestination(int destination) {
 void ztLogging_log(int level, const char* format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
-    const std::string text = Format(format, arguments);
+    try {
+        const std::string text = Format(format, arguments);
+        TState& state = State();
+        const std::lock_guard<std::mutex> lock(state.mutex);
+        state.lines.push_back({level, format, text});
+        state.grown.notify_all();
+    } catch (const std::bad_alloc&) {
+        // The line is lost: a logging library for C throws nothing.
+    }
     va_end(arguments);
-    TState& state = State();
-    const std::lock_guard<std::mutex> lock(state.mutex);
-    state.lines.push_back({level, format, text});
-    state.grown.notify_all();
 }
