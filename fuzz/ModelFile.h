@@ -54,7 +54,8 @@ inline void AddEverywhere(TDataModel& model, const TDataModel::TValues& all) {
     }
     std::vector<std::string> names;
     for (const std::string& tree : trees) {
-        Require(model.GetTree(tree, names) == RC_SUCCESS, "a tree can be listed");
+        const tOstelReturnCode code = model.GetTree(tree, names);
+        Require(code == RC_SUCCESS || code == RC_BUFFER_OVERFLOW, "a tree can be listed");
     }
     for (const std::string& name : names) {
         unsigned int id = 0;
