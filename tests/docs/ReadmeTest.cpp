@@ -13,6 +13,8 @@
 
 namespace {
 
+using testing::HasSubstr;
+
 // The code block that follows a heading.
 std::string Block(const std::string& heading, const std::string& language) {
     return Markdown("README.md").Blocks(language, heading).at(0);
@@ -42,6 +44,22 @@ TEST(Readme, ProgramCompilesAndRuns) {
                                             ":$PATH\n" + Block("A first program", "sh")});
     EXPECT_EQ(shell.status, 0) << shell.errors;
     EXPECT_EQ(shell.output, Block("A first program", ""));
+}
+
+TEST(Readme, NamesCommandsThatAreThere) {
+    const TFinished help = RunProgram({OSTEL_ROOT "/dev", "help"});
+    EXPECT_EQ(help.status, 0) << help.errors;
+    int commands = 0;
+    for (const char* file : {"README.md", "CONTRIBUTING.md", "docs/guide.md", "docs/operating.md",
+                             "docs/performance.md", "docs/porting.md", "docs/reliability.md"}) {
+        const std::string text = Markdown(file).Text();
+        const std::regex command(R"re(\./dev [a-z]+)re");
+        for (std::sregex_iterator next(text.begin(), text.end(), command), end; next != end;
+             ++next, ++commands) {
+            EXPECT_THAT(help.output, HasSubstr(next->str() + " ")) << file;
+        }
+    }
+    EXPECT_GT(commands, 10);
 }
 
 TEST(Readme, ShowsTheTourAsItIs) {

@@ -162,7 +162,7 @@ TEST_F(Install, HasManPagesThatAreSoundAndTellWhatTheHelpTells) {
         Shell("mandoc -T ascii $P/share/man/man1/ostel-gateway.1 | sed 's/.\\x08//g'").output;
     EXPECT_THAT(gateway,
                 AllOf(HasSubstr("--remote-address IPV4"), HasSubstr("[PREFIX/share/ostel/models/"),
-                      HasSubstr("[~/.local/state/")));
+                      HasSubstr("such as /usr."), HasSubstr("[~/.local/state/")));
 }
 
 class Completion : public Install {
