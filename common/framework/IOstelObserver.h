@@ -5,8 +5,8 @@
 
 #include "OstelApi.h"
 
-// Told of what concerns no client and no parameter: "EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT", with the
-// URL of the software as data. Called on the IPC worker thread with the listener's lock held:
+// Told of what concerns no client and no parameter: "EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT", with
+// the URL of the software as data. Called on the IPC worker thread with the listener's lock held:
 // do not add or remove observers from inside a notification.
 class OSTEL_API IOstelObserver {
 public:
