@@ -162,11 +162,11 @@ private:
             [this] { return Objects::Instances(m_Path, m_Json); })
             ->add_option("TABLE", m_Path, "Its path, such as Device.Hosts.Host.")
             ->required();
-        CLI::App* const add = Add("add", "Add an instance to a table",
+        CLI::App* const add = Add("add", "Add an instance to a table and commit it",
                                   [this] { return Objects::Add(m_Path, !m_NoCommit, m_Json); });
         add->add_option("TABLE", m_Path, "Its path, such as Device.NAT.PortMapping.")->required();
         AddNoCommit(add);
-        CLI::App* const erase = Add("delete", "Delete instances", [this] {
+        CLI::App* const erase = Add("delete", "Delete instances and commit that", [this] {
             return Objects::Delete(m_Names, !m_NoCommit, m_Json);
         });
         erase->add_option("INSTANCE", m_Names, "Its path, such as Device.NAT.PortMapping.3.")
