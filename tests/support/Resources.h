@@ -5,11 +5,13 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 
 // What a process holds of the system.
 namespace Resources {
@@ -41,6 +43,13 @@ inline double CpuSeconds() {
     getrusage(RUSAGE_SELF, &usage);
     return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
            static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+// Whether no thread of this process goes round and round, which only time can show.
+inline bool IsIdleForASecond() {
+    const double before = CpuSeconds();
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    return CpuSeconds() - before < 0.03;
 }
 
 }  // namespace Resources
