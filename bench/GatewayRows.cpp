@@ -125,6 +125,21 @@ private:
     sqlite3* m_Database = nullptr;
 };
 
+struct TSize {
+    int groups;
+    int parameters;
+};
+
+// All parameters of the last group of each.
+void ComparePaths(benchmark::State& state, TSize ours, TSize theirs, const char* against,
+                  const TGoal& goal) {
+    TGateway large(ours.groups, ours.parameters);
+    TGateway small(theirs.groups, theirs.parameters);
+    Compare(
+        state, {against, "us", goal, &CpuMicroseconds}, 1, [&] { large.Get(Group(ours.groups)); },
+        [&] { small.Get(Group(theirs.groups)); });
+}
+
 }  // namespace
 
 // A tree of a hundred times the parameters, ten times as wide in both directions, may take
@@ -140,20 +155,12 @@ void GatewayLookup(benchmark::State& state) {
 
 // Ten times the output, and a tenth for what grows with it.
 void GatewayPartialPath(benchmark::State& state) {
-    TGateway large(1, 5000);
-    TGateway small(1, 500);
-    Compare(
-        state, {"partial path of 500", "us", AtMost(11), &CpuMicroseconds}, 1,
-        [&] { large.Get(Group(1)); }, [&] { small.Get(Group(1)); });
+    ComparePaths(state, {1, 5000}, {1, 500}, "partial path of 500", AtMost(11));
 }
 
 // The same output, out of twenty times as much: log(100,000) / log(5,000).
 void GatewayPartialPathAmongMany(benchmark::State& state) {
-    TGateway large(20, 5000);
-    TGateway small(1, 5000);
-    Compare(
-        state, {"the same of 5,000", "us", AtMost(1.35), &CpuMicroseconds}, 1,
-        [&] { large.Get(Group(17)); }, [&] { small.Get(Group(1)); });
+    ComparePaths(state, {20, 5000}, {1, 5000}, "the same of 5,000", AtMost(1.35));
 }
 
 void GatewayCommit(benchmark::State& state) {
