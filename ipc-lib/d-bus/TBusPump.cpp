@@ -29,6 +29,25 @@ std::unique_lock<std::mutex> TBusPump::Hold() {
     return std::unique_lock<std::mutex>(m_Mutex);
 }
 
+// Without memory there are no watches, and Move does without.
+void TBusPump::Watch(DBusConnection* connection) {
+    m_Watched = connection;
+    dbus_connection_set_watch_functions(connection, &AddWatch, &RemoveWatch, nullptr, this,
+                                        nullptr);
+}
+
+dbus_bool_t TBusPump::AddWatch(DBusWatch* watch, void* self) {
+    auto* const pump = static_cast<TBusPump*>(self);
+    const bool isInput = (dbus_watch_get_flags(watch) & DBUS_WATCH_READABLE) != 0;
+    (isInput ? pump->m_Input : pump->m_Output) = watch;
+    return true;
+}
+
+void TBusPump::RemoveWatch(DBusWatch* watch, void* self) {
+    auto* const pump = static_cast<TBusPump*>(self);
+    (watch == pump->m_Input ? pump->m_Input : pump->m_Output) = nullptr;
+}
+
 void TBusPump::Settle(DBusConnection* connection) {
     const bool dispatched = DispatchAll(connection);
     if (m_HasReader && (dispatched || dbus_connection_has_messages_to_send(connection))) {
@@ -41,8 +60,8 @@ void TBusPump::Interrupt() {
 }
 
 bool TBusPump::RunUntil(std::unique_lock<std::mutex>& held, DBusConnection* connection,
-                        const TCondition& condition, TClock::time_point deadline) {
-    while (!condition()) {
+                        DBusPendingCall* call, TCondition condition, TClock::time_point deadline) {
+    while (!condition(connection, call)) {
         if (TClock::now() >= deadline) {
             return false;
         }
@@ -57,6 +76,21 @@ bool TBusPump::RunUntil(std::unique_lock<std::mutex>& held, DBusConnection* conn
     return true;
 }
 
+// The connection has been polled, and its socket does not block: the bus library's own reading
+// would only poll once more. Who has waited on a connection that is closed by now must not take
+// what the next one has.
+void TBusPump::Move(DBusConnection* connection) const {
+    if (connection != m_Watched || m_Input == nullptr) {
+        dbus_connection_read_write(connection, 0);
+        return;
+    }
+    dbus_watch_handle(m_Input, DBUS_WATCH_READABLE);
+    // Reading may have found the connection lost.
+    if (m_Output != nullptr && dbus_connection_has_messages_to_send(connection)) {
+        dbus_watch_handle(m_Output, DBUS_WATCH_WRITABLE);
+    }
+}
+
 void TBusPump::Read(std::unique_lock<std::mutex>& held, DBusConnection* connection,
                     TClock::time_point deadline) {
     m_HasReader = true;
@@ -67,7 +101,7 @@ void TBusPump::Read(std::unique_lock<std::mutex>& held, DBusConnection* connecti
     if (isWoken) {
         m_Wakeup.Reset();
     }
-    dbus_connection_read_write(connection, 0);
+    Move(connection);
     DispatchAll(connection);
     m_RoundDone.notify_all();
 }

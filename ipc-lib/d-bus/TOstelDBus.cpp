@@ -109,6 +109,7 @@ void TOstelDBus::OpenConnections() {
     {
         const auto held = m_ClientPump->Hold();
         m_ClientConnection = client;
+        m_ClientPump->Watch(client);
     }
     m_BusName += std::to_string(getpid());
     m_ObjectPath += std::to_string(getpid());

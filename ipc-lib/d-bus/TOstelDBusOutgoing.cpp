@@ -84,10 +84,10 @@ void TOstelDBus::SendEvent(const std::string& eventName, const std::string& even
     }
     m_ClientPump->Settle(connection);
     m_ClientPump->RunUntil(
-        held, connection,
-        [connection] {
-            return !dbus_connection_has_messages_to_send(connection) ||
-                   !dbus_connection_get_is_connected(connection);
+        held, connection, nullptr,
+        [](DBusConnection* client, DBusPendingCall*) {
+            return !dbus_connection_has_messages_to_send(client) ||
+                   !dbus_connection_get_is_connected(client);
         },
         TBusPump::NEVER);
     // Without a bus the event was taken all the same and went nowhere.
@@ -140,11 +140,10 @@ int TOstelDBus::CallMethod(const std::string& methodName, const std::string& met
     }
     const std::unique_ptr<DBusPendingCall, TPendingCallUnref> call(pending);
     m_ClientPump->Settle(connection);
-    const auto isOver = [connection, pending] {
-        return dbus_pending_call_get_completed(pending) ||
-               !dbus_connection_get_is_connected(connection);
+    const auto isOver = [](DBusConnection* client, DBusPendingCall* sent) -> bool {
+        return dbus_pending_call_get_completed(sent) || !dbus_connection_get_is_connected(client);
     };
-    if (!m_ClientPump->RunUntil(held, connection, isOver, deadline)) {
+    if (!m_ClientPump->RunUntil(held, connection, pending, isOver, deadline)) {
         dbus_pending_call_cancel(pending);
         ztLogging_log(ZT_LOG_LEVEL_ERROR, "%s", NO_REPLY);
         return -1;
