@@ -2,17 +2,23 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <ctime>
+#include <numeric>
 
 namespace {
 
-double Turn(const TRow& row, const TWork& work, int runs, std::vector<double>& times) {
-    double sum = 0;
+std::vector<double> Turn(const TRow& row, const TWork& work, int runs) {
+    std::vector<double> times;
+    times.reserve(static_cast<std::size_t>(runs));
     for (int run = 0; run < runs; ++run) {
         times.push_back(row.measure(work));
-        sum += times.back();
     }
-    return sum;
+    return times;
+}
+
+void Append(std::vector<double>& all, const std::vector<double>& some) {
+    all.insert(all.end(), some.begin(), some.end());
 }
 
 void Report(benchmark::State& state, const TRow& row, double ours, double theirs, double figure) {
@@ -60,20 +66,25 @@ void Compare(benchmark::State& state, const TRow& row, int runsPerTurn, const TW
     }
     std::vector<double> ourTimes;
     std::vector<double> theirTimes;
+    std::vector<double> ratios;
     bool oursFirst = true;
     while (state.KeepRunning()) {
-        double microseconds = 0;
-        if (!oursFirst) {
-            Turn(row, theirs, runsPerTurn, theirTimes);
-        }
-        microseconds = Turn(row, ours, runsPerTurn, ourTimes);
+        std::vector<double> ourTurn;
+        std::vector<double> theirTurn;
         if (oursFirst) {
-            Turn(row, theirs, runsPerTurn, theirTimes);
+            ourTurn = Turn(row, ours, runsPerTurn);
+            theirTurn = Turn(row, theirs, runsPerTurn);
+        } else {
+            theirTurn = Turn(row, theirs, runsPerTurn);
+            ourTurn = Turn(row, ours, runsPerTurn);
         }
         oursFirst = !oursFirst;
-        state.SetIterationTime(microseconds / 1e6);
+        state.SetIterationTime(std::accumulate(ourTurn.begin(), ourTurn.end(), 0.0) / 1e6);
+        ratios.push_back(Median(ourTurn) / Median(theirTurn));
+        Append(ourTimes, ourTurn);
+        Append(theirTimes, theirTurn);
     }
-    ReportRatio(state, row, Median(ourTimes), Median(theirTimes));
+    Report(state, row, Median(ourTimes), Median(theirTimes), Median(ratios));
 }
 
 void ReportRatio(benchmark::State& state, const TRow& row, double ours, double theirs) {

@@ -40,7 +40,8 @@ struct TRow {
 };
 
 // One turn of each side after the other, each time the other one first, so that whatever else the
-// machine does meets both. The figures are the medians of single runs.
+// machine does meets both. The figures are the medians of single runs, and their ratio is the
+// median of the turns' ratios: a processor that changes its clock in between changes few of them.
 void Compare(benchmark::State& state, const TRow& row, int runsPerTurn, const TWork& ours,
              const TWork& theirs);
 
