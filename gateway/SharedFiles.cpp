@@ -61,6 +61,13 @@ TSharedFiles::TSharedFiles(const std::string& directory) {
     if (m_Directory < 0) {
         throw std::runtime_error(directory + ": " + std::strerror(errno));
     }
+    // An old kernel or a sandbox may not have it; then every file would seem to be missing.
+    const TDescriptor itself(OpenBeneath(m_Directory, "."));
+    if (itself.Get() < 0 && (errno == ENOSYS || errno == EPERM)) {
+        const std::string cause = std::strerror(errno);
+        close(m_Directory);
+        throw std::runtime_error(directory + ": openat2: " + cause);
+    }
 }
 
 TSharedFiles::~TSharedFiles() {

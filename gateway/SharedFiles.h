@@ -8,7 +8,8 @@
 // absolute paths or symbolic links, nothing outside of the directory is ever opened.
 class TSharedFiles {
 public:
-    // Throws std::runtime_error when it is not a directory. Shares nothing when the path is empty.
+    // Throws std::runtime_error when it is not a directory, or the kernel (before Linux 5.6) cannot
+    // keep names below it. Shares nothing when the path is empty.
     explicit TSharedFiles(const std::string& directory);
     TSharedFiles(const TSharedFiles&) = delete;
     TSharedFiles& operator=(const TSharedFiles&) = delete;

@@ -1,11 +1,22 @@
 #include "SharedFiles.h"
 
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <array>
 #include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
+#include <string>
 #include <thread>
 
 #include "ChildProcess.h"
@@ -105,6 +116,38 @@ TEST_F(SharedFiles, SharesNothingWithoutADirectory) {
     EXPECT_FALSE(TSharedFiles("").Read("etc/passwd", MOST).has_value());
     EXPECT_THROW(TSharedFiles("/nonexistent"), std::runtime_error);
     EXPECT_THROW(TSharedFiles(m_Dir.File("secret")), std::runtime_error);
+}
+
+// Ends the process, with 0 when the directory was refused.
+[[noreturn]] void ShareWithout(long systemCall, int error, const std::string& directory) {
+    std::array<sock_filter, 4> filter = {{
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned int>(systemCall), 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned int>(error)),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    }};
+    const sock_fprog program = {filter.size(), filter.data()};
+    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program);
+    try {
+        const TSharedFiles files(directory);
+    } catch (const std::runtime_error& refusal) {
+        std::fputs(refusal.what(), stderr);
+        _exit(0);
+    }
+    _exit(1);
+}
+
+TEST(SharedFilesOfAnOldKernel, AreRefusedAtOnce) {
+    const TempDir dir;
+    EXPECT_EXIT(ShareWithout(SYS_openat2, ENOSYS, dir.Path()), testing::ExitedWithCode(0),
+                dir.Path().string() + ": openat2: Function not implemented");
+#if !OSTEL_EMULATED  // An emulator does not know openat2 anyway, and has no such filters.
+    EXPECT_EXIT(ShareWithout(SYS_openat2, EPERM, dir.Path()), testing::ExitedWithCode(0),
+                dir.Path().string() + ": openat2: Operation not permitted");
+    EXPECT_EXIT(ShareWithout(SYS_openat, EPERM, dir.Path()), testing::ExitedWithCode(0),
+                dir.Path().string() + ": Operation not permitted");
+#endif
 }
 
 }  // namespace
