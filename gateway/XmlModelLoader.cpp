@@ -107,6 +107,9 @@ private:
         if (number && (*number < 0 || *number > std::numeric_limits<unsigned int>::max())) {
             Fail(node, std::string("\"") + name + "\" is out of range");
         }
+        if (number && *number != std::floor(*number)) {
+            Fail(node, std::string("\"") + name + "\" is not a whole number");
+        }
         return number ? std::optional<std::size_t>(static_cast<std::size_t>(*number))
                       : std::nullopt;
     }

@@ -263,6 +263,8 @@ TEST_F(XmlModelLoader, NamesFileLineAndCause) {
          ":4: \"minEntries\" is out of range"},
         {HEAD + "<model>\n<object name=\"D.{i}.\" maxEntries=\"-1\"/></model>" + TAIL,
          ":4: \"maxEntries\" is out of range"},
+        {HEAD + "<model>\n<object name=\"D.{i}.\" minEntries=\"1.5\"/></model>" + TAIL,
+         ":4: \"minEntries\" is not a whole number"},
         {HEAD + "<model><object name=\"D.T.{i}.\"/>\n<object name=\"D.T.\"/></model>" + TAIL,
          ":4: D.T.: \"T\" is a table here and an object there"},
     };
