@@ -7,6 +7,9 @@
 #include <fstream>
 #include <set>
 #include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include "CertificateMaker.h"
 #include "ChildProcess.h"
@@ -137,7 +140,8 @@ TEST(WireProtocol, AnApplicationStopsAsItSays) {
     EXPECT_EQ(monitor.Output().find("member=Disconnected") + 20, monitor.Output().size());
 }
 
-// An application's observers, as calls in the notation of the document.
+// An application's observers, as calls in the notation of the document. The test gives them its
+// events on its own thread; whatever the gateway announces meanwhile comes on another one.
 struct TObservers : IOstelObserver,
                     IOstelCpeClientStateObserver,
                     IOstelDataModelChangeObserver,
@@ -165,9 +169,14 @@ struct TObservers : IOstelObserver,
 
     static std::string Quoted(const std::string& text) { return '"' + text + '"'; }
     void Add(const std::string& operation, const std::string& arguments) {
-        calls.push_back(operation + "(" + arguments + ")");
+        if (std::this_thread::get_id() == m_Owner) {
+            calls.push_back(operation + "(" + arguments + ")");
+        }
     }
     std::vector<std::string> calls;
+
+private:
+    const std::thread::id m_Owner = std::this_thread::get_id();
 };
 
 class WireProtocolRemote : public testing::Test {
