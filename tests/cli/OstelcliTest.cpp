@@ -259,6 +259,13 @@ TEST(Shell, HasBusGatewayAndToolAndLeavesNothingBehind) {
     EXPECT_EQ(count, 3) << "bus, gateway and shell";
 }
 
+TEST(Shell, EndsWithTheGatewayThatOnlyTellsItsVersion) {
+    const TFinished shell = RunProgram(
+        {"env", std::string("OSTEL_BIN=") + OSTEL_BIN, OSTEL_SHELL, "--version"}, "echo open\n");
+    EXPECT_EQ(shell.status, 0) << shell.errors;
+    EXPECT_EQ(shell.output, "1.7.9\n");
+}
+
 class Tour : public testing::Test {
 protected:
     // With a gateway that does not start.
