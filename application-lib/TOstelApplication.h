@@ -153,8 +153,9 @@ public:
                                      const std::string& data);
 
     // Subscribes to the parameters named in `params`, which then holds the peer's current values.
-    // The observer is not owned. No observer of this object is told anything while this waits for
-    // the peer, so it must not be called from inside a notification.
+    // Changes come as requests to this unit's gateway, at the address the peer saw this one come
+    // from. The observer is not owned. No observer of this object is told anything while this waits
+    // for the peer, so it must not be called from inside a notification.
     tOstelReturnCode AddDataModelChangeObserverRemote(
         const std::string& host, std::vector<TOstelAppParam>& params,
         IOstelDataModelChangeObserverRemote* observer);

@@ -244,7 +244,9 @@ private:
         event->add_option("NAME", m_EventName, "The event's name")->required();
         event->add_option("DATA", m_EventData, "Its data, usually a JSON document")->required();
         CLI::App* const watch = Add(
-            "watch", "Print changes there as they happen",
+            "watch",
+            "Print the values there, then changes as they happen; these come as requests to this "
+            "unit, so a gateway must serve others here, too",
             [this] { return Remote::Watch(m_Unit, m_Names, m_Count, m_Json); }, &group);
         watch->add_option("NAME", m_Names, "A parameter, a partial path, or a name with \"*\"")
             ->required();
