@@ -104,6 +104,10 @@ bool RawPeer::WaitForMember(const std::string& member) const {
     });
 }
 
+void RawPeer::WaitForAnswers() const {
+    const std::lock_guard<std::mutex> handled(m_Handling);
+}
+
 DBusMessage* RawPeer::NewCall(const std::string& id, const std::string& member) {
     return dbus_message_new_method_call(("com.Kaven.Ostel." + id).c_str(),
                                         ("/com/Kaven/Ostel/" + id).c_str(), "com.Kaven.Ostel.Ostel",
@@ -137,6 +141,7 @@ void RawPeer::Handle(DBusMessage* message) {
     if (dbus_message_get_args(message, nullptr, DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID)) {
         seen.text = text;
     }
+    const std::lock_guard<std::mutex> handling(m_Handling);
     TAnswer answer;
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);

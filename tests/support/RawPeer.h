@@ -48,6 +48,8 @@ public:
 
     std::vector<TMessage> Received() const;
     bool WaitForMember(const std::string& member) const;
+    // Returns when all that Received tells of by now is answered. Not to be called by an answer.
+    void WaitForAnswers() const;
 
     static DBusMessage* NewCall(const std::string& id, const std::string& member);
     static DBusMessage* NewReply(DBusMessage* call, const std::string& reply, int result);
@@ -57,6 +59,7 @@ private:
     void Handle(DBusMessage* message);
 
     DBusConnection* m_Connection;
+    mutable std::mutex m_Handling;  // locked before m_Mutex
     mutable std::mutex m_Mutex;
     std::map<std::string, TAnswer> m_Answers;
     std::vector<TMessage> m_Received;

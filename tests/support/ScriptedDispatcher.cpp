@@ -64,6 +64,7 @@ void ScriptedDispatcher::Answer(const std::string& method, const std::string& te
 }
 
 void ScriptedDispatcher::Release() {
+    m_Peer.WaitForAnswers();
     std::vector<DBusMessage*> calls;
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
