@@ -3,15 +3,21 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
+#include <iterator>
 #include <regex>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "CliFixture.h"
 #include "RawPeer.h"
+#include "WaitUntil.h"
 
 namespace {
 
@@ -238,6 +244,17 @@ TEST_F(Ostelcli, NamesTheVerbThatItDoesNotKnow) {
     EXPECT_THAT(Cli({"get"}).errors, StartsWith("NAME is required\n"));
 }
 
+// The processes that the script prints behind "programs=".
+std::vector<pid_t> Programs(const std::string& output) {
+    std::smatch programs;
+    if (!std::regex_search(output, programs, std::regex("programs=(.+)\n"))) {
+        ADD_FAILURE() << output;
+        return {};
+    }
+    std::istringstream pids(programs[1]);
+    return {std::istream_iterator<pid_t>(pids), {}};
+}
+
 TEST(Shell, HasBusGatewayAndToolAndLeavesNothingBehind) {
     const TFinished shell = RunProgram(
         {"env", std::string("OSTEL_BIN=") + OSTEL_BIN, OSTEL_SHELL},
@@ -249,14 +266,27 @@ TEST(Shell, HasBusGatewayAndToolAndLeavesNothingBehind) {
     ASSERT_TRUE(std::regex_search(shell.output, bus, std::regex("bus=unix:path=(.*)/unit/")))
         << shell.output;
     EXPECT_FALSE(std::filesystem::exists(bus[1].str())) << bus[1];
-    std::smatch programs;
-    ASSERT_TRUE(std::regex_search(shell.output, programs, std::regex("programs=(.+)\n")));
-    std::istringstream pids(programs[1]);
-    int count = 0;
-    for (pid_t pid = 0; pids >> pid; ++count) {
+    const std::vector<pid_t> programs = Programs(shell.output);
+    EXPECT_EQ(programs.size(), 3U) << "bus, gateway and shell";
+    for (const pid_t pid : programs) {
         EXPECT_EQ(kill(pid, 0), -1) << pid;
     }
-    EXPECT_EQ(count, 3) << "bus, gateway and shell";
+}
+
+// The tour starts its programs in the same way: left over, they would keep its turn and the
+// addresses that the next one needs.
+TEST(Shell, TakesBusAndGatewayWithItWhenItIsKilled) {
+    ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
+    const TempDir dir;
+    ChildProcess shell({"env", "TMPDIR=" + dir.Path().string(),
+                        std::string("OSTEL_BIN=") + OSTEL_BIN, OSTEL_SHELL},
+                       "echo programs=$(cat /proc/$PPID/task/$PPID/children)\nkill -KILL $PPID\n");
+    EXPECT_EQ(shell.Wait(), -SIGKILL);
+    const std::vector<pid_t> programs = Programs(shell.Output());
+    ASSERT_EQ(programs.size(), 3U) << "bus, gateway and shell";
+    for (const pid_t pid : programs) {
+        EXPECT_TRUE(WaitUntil([&] { return waitpid(pid, nullptr, WNOHANG) == pid; })) << pid;
+    }
 }
 
 TEST(Shell, EndsWithTheGatewayThatOnlyTellsItsVersion) {
