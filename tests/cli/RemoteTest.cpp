@@ -162,15 +162,22 @@ TEST_F(RemoteOfTheTool, ShowsWhatItHasWhenTheUnitFallsSilent) {
     const TlsPeer unit({m_Certificates.Unit("silent")},
                        AnswersOnce(R"({"PARAMS":[{"NAME":"A","VALUE":"1"}],"STATUS":"OK"})"));
     const TFinished get =
-        Cli({"remote", "--certs", m_Unit, "--timeout", "1", unit.Host(), "get", "A", "B"});
+        Cli({"remote", "--certs", m_Unit, "--timeout", "3", unit.Host(), "get", "A", "B"});
     EXPECT_EQ(get.status, 75);
     EXPECT_EQ(get.output, "A  1\n");
-    EXPECT_EQ(get.errors, "ostelcli: " + unit.Host() + ": no answer within 1 s\n");
-    EXPECT_EQ(RunProgram({"sh", "-c",
-                          std::string(OSTELCLI) + " remote --certs " + m_Unit + " --timeout 1 " +
-                              unit.Host() + " get A B > /dev/full"})
-                  .status,
-              75);
+    EXPECT_EQ(get.errors, "ostelcli: " + unit.Host() + ": no answer within 3 s\n");
+}
+
+TEST_F(RemoteOfTheTool, TellsOfTheSilenceAndThatItCouldNotShowWhatItHas) {
+    const TlsPeer unit({m_Certificates.Unit("silent")},
+                       AnswersOnce(R"({"PARAMS":[{"NAME":"A","VALUE":"1"}],"STATUS":"OK"})"));
+    const TFinished get = RunProgram({"sh", "-c",
+                                      std::string(OSTELCLI) + " remote --certs " + m_Unit +
+                                          " --timeout 3 " + unit.Host() + " get A B > /dev/full"});
+    EXPECT_EQ(get.status, 74);
+    EXPECT_EQ(get.errors, "ostelcli: " + unit.Host() +
+                              ": no answer within 3 s\n"
+                              "ostelcli: standard output: No space left on device\n");
 }
 
 TEST_F(RemoteOfTheTool, TellsWhatIsLeftStagedWhenALaterValueFails) {
@@ -182,11 +189,11 @@ TEST_F(RemoteOfTheTool, TellsWhatIsLeftStagedWhenALaterValueFails) {
                                   ": RC_FAILURE (-1)\n");
     const TlsPeer unit({m_Certificates.Unit("silent")}, AnswersOnce(R"({"STATUS":"OK"})"));
     const TFinished silent =
-        Cli({"remote", "--certs", m_Unit, "--timeout", "1", unit.Host(), "set", "A=1", "B=2"});
+        Cli({"remote", "--certs", m_Unit, "--timeout", "3", unit.Host(), "set", "A=1", "B=2"});
     EXPECT_EQ(silent.status, 75);
     EXPECT_EQ(silent.errors, "ostelcli: 1 earlier values are staged on " + unit.Host() +
                                  ", not committed\nostelcli: " + unit.Host() +
-                                 ": no answer within 1 s\n");
+                                 ": no answer within 3 s\n");
     EXPECT_EQ(Remote({"set", LED + "=PURPLE"}).errors,
               "ostelcli: " + m_Host + ": " + LED + ": RC_FAILURE (-1)\n");
 }
