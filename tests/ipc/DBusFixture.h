@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -31,6 +32,9 @@ public:
 
     // The workers call virtual operations, so they end before the object begins to.
     ~TOpenDBus() override { TOpenDBus::Stop(); }
+
+    // How long a worker waits that nobody wakes, from its next wait on.
+    void SetDispatchTimeout(std::chrono::milliseconds timeout);
 
     bool IsRunning() const { return m_Running; }
     const std::string& Name() const { return m_Name; }

@@ -78,18 +78,21 @@ TEST_F(DBusCalls, ToANameThatNobodyOwnsGiveMinusOneAndTheBusText) {
 }
 
 TEST_F(DBusCalls, ThatAreAnsweredTooLateGiveMinusOne) {
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(Call("NEVER", "", 0), -1);
-    const auto second = std::chrono::steady_clock::now();
-    EXPECT_LT(second - start, std::chrono::milliseconds(500));
-    EXPECT_EQ(Call("NEVER", "", 1), -1);
-    EXPECT_GE(std::chrono::steady_clock::now() - second, std::chrono::milliseconds(990));
+    const auto duration = [this](std::uint32_t timeout) {
+        RecordingLog::Clear();
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(Call("NEVER", "", timeout), -1);
+        return std::chrono::steady_clock::now() - start;
+    };
+    // Where the machine is busy, the first one may take its time.
+    EXPECT_TRUE(WaitUntil([&] { return duration(0) < std::chrono::milliseconds(500); }));
+    EXPECT_GE(duration(1), std::chrono::milliseconds(990));
     EXPECT_EQ(m_Reply, "as it was");
     const std::string text =
         "Did not receive a reply. Possible causes include: the remote application did not send a "
         "reply, the message bus security policy blocked the reply, the reply timeout expired, or "
         "the network connection was broken.";
-    EXPECT_THAT(RecordingLog::Texts(2), testing::ElementsAre(text, text));
+    EXPECT_THAT(RecordingLog::Texts(2), testing::ElementsAre(text));
 }
 
 TEST_F(DBusCalls, WaitAsLongAsConfiguredByDefault) {

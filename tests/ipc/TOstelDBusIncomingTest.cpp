@@ -263,13 +263,14 @@ TEST(TOstelDBus, GetMessageValueBearsNullPointers) {
 
 TEST_F(DBusIncoming, WithoutABusTheWorkerIsIdleAndStopsInTime) {
     m_Ipc.AddEventLstener(&m_Events, "Disconnected");
+    m_Ipc.SetDispatchTimeout(std::chrono::seconds(60));
     m_Ipc.Run();
     m_Bus.Kill();
     ASSERT_TRUE(m_Events.WaitFor("Disconnected="));
     EXPECT_TRUE(Resources::IsIdleForASecond());
     const auto start = std::chrono::steady_clock::now();
     m_Ipc.Stop();
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
 }
 
 class DBusMonitor : public DBusIncoming {

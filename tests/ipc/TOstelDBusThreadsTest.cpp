@@ -53,7 +53,7 @@ TEST_F(DBusThreads, ShortCallsAndEventsAreNotHeldUpByALongCall) {
                       m_Ipc.SendEvent("E", "");
                   }
               }),
-              seconds(5));
+              seconds(20));
     EXPECT_EQ(result, -1000);
     m_Server.Release();
     longCall.join();
@@ -126,7 +126,7 @@ TEST_F(DBusThreads, LoseTheBusTogetherAndAtOnce) {
                       thread.join();
                   }
               }),
-              seconds(2));
+              seconds(15));
     EXPECT_EQ(failed, 8);
 }
 
@@ -144,6 +144,7 @@ protected:
 TEST_F(DBusWorkers, AnswerAsFastAsOneWould) {
     TCallHandler handler([](const std::string&, std::string&) { return 7; });
     m_Ipc.AddMethodHandler("M", &handler);
+    m_Ipc.SetDispatchTimeout(seconds(60));
     m_Ipc.Run();
     TOpenDBus caller;
     caller.SetMethodServerId("*", "OSTEL_KTA");
@@ -152,7 +153,7 @@ TEST_F(DBusWorkers, AnswerAsFastAsOneWould) {
     for (int i = 0; i < 100; ++i) {
         EXPECT_EQ(caller.CallMethod("M", "", reply), 7);
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, seconds(5));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, seconds(30));
 }
 
 TEST_F(DBusWorkers, AreStoppedByOneOfTheirCallbacksAndJoinedFromOutside) {
@@ -210,16 +211,18 @@ TEST_F(DBusWorkers, StayAsManyWhenCallbacksStopAndRun) {
     EXPECT_TRUE(WaitUntil([&] { return Resources::Threads() == without + 4; }))
         << Resources::Threads() - without;
     m_Ipc.Stop();
-    EXPECT_EQ(Resources::Threads(), without);
+    // A joined thread may be listed for a moment.
+    EXPECT_TRUE(WaitUntil([&] { return Resources::Threads() == without; }));
 }
 
 TEST_F(DBusWorkers, AreWokenWhenTheNameChanges) {
     // The next name is somebody else's, who must not be told to disconnect.
     const RawPeer owner("OSTEL_MVA");
+    m_Ipc.SetDispatchTimeout(seconds(60));
     m_Ipc.Run();
     const auto start = std::chrono::steady_clock::now();
     m_Ipc.Init("OSTEL_MVA");
-    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(500));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, seconds(20));
     m_Ipc.SendEvent("LAST", "");
     ASSERT_TRUE(owner.WaitForMember("LAST"));
     for (const RawPeer::TMessage& message : owner.Received()) {
@@ -302,10 +305,11 @@ TEST_F(DBusWorkers, LogAReplyUnderTheirClassesModule) {
 TEST_F(DBusWorkers, StopAtOnceWhenTheNameIsSomebodyElses) {
     const RawPeer owner("OSTEL_MVA");
     m_Ipc.Init("OSTEL_MVA");
+    m_Ipc.SetDispatchTimeout(seconds(60));
     m_Ipc.Run();
     const auto start = std::chrono::steady_clock::now();
     m_Ipc.Stop();
-    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(500));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, seconds(20));
     ASSERT_TRUE(owner.WaitForMember("Disconnected"));
     const RawPeer::TMessage call = owner.Received().back();
     EXPECT_EQ(call.type, DBUS_MESSAGE_TYPE_METHOD_CALL);
