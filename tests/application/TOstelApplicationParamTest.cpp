@@ -121,7 +121,9 @@ TEST_F(TOstelApplicationParam, ALateAnswerIsAFailureAndNotTakenForTheNextOne) {
     m_Dispatcher.Answer("GET_PARAM", TWO_PARAMS, 0, TManner::KEEP_SILENT);
     EXPECT_EQ(m_App.GetParam("Device.X", m_Value), RC_FAILURE);
     EXPECT_EQ(RecordingLog::Texts(2).size(), 1U);
+    ASSERT_TRUE(m_Dispatcher.WaitForRequest("GET_PARAM"));
     m_Dispatcher.Release();
+    SetTimeout(60);
     m_Dispatcher.Answer("GET_PARAM", R"({"PARAMS":[{"NAME":"Device.X","VALUE":"next"}]})");
     EXPECT_EQ(m_App.GetParam("Device.X", m_Value), RC_SUCCESS);
     EXPECT_EQ(m_Value, "next");

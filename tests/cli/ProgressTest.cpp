@@ -48,6 +48,7 @@ TEST_F(ProgressOfTheTool, IsShownOnATerminalAndWipedAway) {
     ChildProcess terminal(
         {"script", "-qec", std::string(OSTELCLI) + " save Device. > /dev/null", "/dev/null"});
     EXPECT_TRUE(terminal.WaitForOutput("reading Device. ["));
+    ASSERT_TRUE(m_Dispatcher.WaitForRequest("GET_PARAM"));
     m_Dispatcher.Release();
     EXPECT_EQ(terminal.Wait(), 0);
     EXPECT_TRUE(terminal.Output().size() > 4 &&
@@ -149,11 +150,11 @@ TEST_F(ProgressOfAFile, IsShownOnATerminalAndWipedAway) {
 }
 
 TEST_F(ProgressOfAFile, IsWipedAwayBeforeTheToolGivesUp) {
-    ChildProcess terminal = Fetch("--timeout 1 ");
+    ChildProcess terminal = Fetch("--timeout 3 ");
     EXPECT_EQ(terminal.Wait(), 75);
     EXPECT_THAT(terminal.Output(), testing::HasSubstr("fetching log.txt ["));
     EXPECT_THAT(terminal.Output(), testing::EndsWith(WIPED + "ostelcli: " + m_Unit.Host() +
-                                                     ": no answer within 1 s\r\n"));
+                                                     ": no answer within 3 s\r\n"));
     m_Released.set_value();
 }
 

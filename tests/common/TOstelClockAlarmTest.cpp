@@ -53,6 +53,8 @@ class Alarms : public TOstelClockAlarmTest, public testing::WithParamInterface<T
 TEST_P(Alarms, WaitForTheirTime) {
     const TAlarm& alarm = GetParam();
     FixedTime::StopAt(alarm.zone, alarm.now);
+    // As if woken at once: a slow machine would see the alarm of the shortest ones.
+    RecordedWaits::Answer(0);
     m_Clock.SetAlarm(alarm.alarm);
     ASSERT_TRUE(RecordedWaits::WaitForWaits(m_Clock, 1));
     EXPECT_THAT(RecordingLog::Texts(5),

@@ -1,5 +1,6 @@
 #include "TOstelSslSocket.h"
 
+#include <arpa/inet.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -17,6 +18,7 @@
 #include "CertificateMaker.h"
 #include "ChildProcess.h"
 #include "RecordingLog.h"
+#include "TlsPeer.h"
 
 struct TSession {
     friend std::size_t OffsetOf(TSession);
@@ -368,11 +370,12 @@ TEST_F(TOstelSslSocketTest, SaysGoodbyeAndClosesItsDescriptor) {
     EXPECT_THAT(RecordingLog::Texts(2), ElementsAre(HasSubstr("ret = 6")));
 }
 
+// A socket bound to a port of an address that nobody else uses, so that it stays free when closed.
 int Bound(sockaddr_in& address) {
     const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     address = {};
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_addr.s_addr = inet_addr(TlsPeer::FreeHost().c_str());
     socklen_t length = sizeof(address);
     EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), length), 0);
     EXPECT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
@@ -384,9 +387,9 @@ TEST_F(TOstelSslSocketTest, TalksToTheServerOfTheOpensslProgram) {
     sockaddr_in address{};
     close(Bound(address));  // a free port
     const ChildProcess peer({"openssl", "s_server", "-rev", "-accept",
-                             "127.0.0.1:" + std::to_string(ntohs(address.sin_port)), "-cert",
-                             server + "ostel.cert.pem", "-key", server + "ostel.key.pem", "-CAfile",
-                             server + "ostelRoot.cert.pem", "-Verify", "1",
+                             TlsPeer::FreeHost() + ":" + std::to_string(ntohs(address.sin_port)),
+                             "-cert", server + "ostel.cert.pem", "-key", server + "ostel.key.pem",
+                             "-CAfile", server + "ostelRoot.cert.pem", "-Verify", "1",
                              "-verify_return_error"});
     ASSERT_TRUE(peer.WaitForOutput("ACCEPT")) << peer.Errors();
     const int connection = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -406,9 +409,9 @@ TEST_F(TOstelSslSocketTest, TalksToTheClientOfTheOpensslProgram) {
     const int listener = Bound(address);
     ASSERT_EQ(listen(listener, 1), 0);
     const ChildProcess peer({"openssl", "s_client", "-quiet", "-connect",
-                             "127.0.0.1:" + std::to_string(ntohs(address.sin_port)), "-cert",
-                             unit + "ostel.cert.pem", "-key", unit + "ostel.key.pem", "-CAfile",
-                             unit + "ostelRoot.cert.pem", "-verify_return_error"},
+                             TlsPeer::FreeHost() + ":" + std::to_string(ntohs(address.sin_port)),
+                             "-cert", unit + "ostel.cert.pem", "-key", unit + "ostel.key.pem",
+                             "-CAfile", unit + "ostelRoot.cert.pem", "-verify_return_error"},
                             "a question");
     const TOstelSslSocket server(accept(listener, nullptr, nullptr), m_Context.get(), true);
     close(listener);

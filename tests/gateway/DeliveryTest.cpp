@@ -3,6 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <numeric>
+#include <string>
+#include <vector>
+
 #include "PeerDouble.h"
 #include "RecordingLog.h"
 
@@ -11,6 +15,13 @@ namespace {
 using std::chrono::milliseconds;
 using testing::ElementsAre;
 using TClock = std::chrono::steady_clock;
+
+// Does not give up while a test waits.
+TDelivery::TPatience HastyForLong() {
+    TDelivery::TPatience patience = Hasty();
+    patience.total = std::chrono::seconds(60);
+    return patience;
+}
 
 TEST(TDelivery, SendsTextsInTheirOrder) {
     PeerDouble peer;
@@ -25,7 +36,7 @@ TEST(TDelivery, SendsTextsInTheirOrder) {
 TEST(TDelivery, TriesAgainUntilThePeerTakesIt) {
     PeerDouble peer;
     peer.m_Refuses = 3;
-    TDelivery delivery("peer", peer.Send(), Hasty());
+    TDelivery delivery("peer", peer.Send(), HastyForLong());
     delivery.Push("1");
     ASSERT_TRUE(peer.WaitForTexts(1));
     EXPECT_EQ(peer.m_Attempts, 4);
@@ -70,7 +81,7 @@ TEST(TDelivery, IsPatientForHalfAMinute) {
 TEST(TDelivery, GivesEachAttemptItsTime) {
     PeerDouble peer;
     peer.m_Hangs = true;
-    TDelivery delivery("peer", peer.Send(), Hasty());
+    TDelivery delivery("peer", peer.Send(), HastyForLong());
     delivery.Push("1");
     EXPECT_TRUE(WaitUntil([&] { return peer.m_Attempts > 1; }));
 }
@@ -90,6 +101,18 @@ TEST(TDelivery, DropsWhatThePeerDoesNotTakeInTime) {
     EXPECT_TRUE(WaitUntil([&] { return !delivery.LostSince(); }));
 }
 
+// How many changes each line of the log says were dropped.
+std::vector<int> Dropped() {
+    const std::string line = "peer cannot be reached, changes dropped: ";
+    std::vector<int> dropped;
+    for (const std::string& text : RecordingLog::Texts(2)) {
+        if (text.compare(0, line.size(), line) == 0) {
+            dropped.push_back(std::stoi(text.substr(line.size())));
+        }
+    }
+    return dropped;
+}
+
 TEST(TDelivery, TheTimeOfATextStartsWithItsPush) {
     PeerDouble peer;
     peer.m_Hangs = true;
@@ -101,8 +124,14 @@ TEST(TDelivery, TheTimeOfATextStartsWithItsPush) {
         delivery.Push(std::to_string(i));
     }
     // One after the other, they would take a hundred times as long.
-    ASSERT_TRUE(RecordingLog::WaitFor(2, "peer cannot be reached, changes dropped: 100"));
-    EXPECT_LT(TClock::now() - start, 10 * patience.total);
+    std::vector<int> dropped;
+    EXPECT_TRUE(WaitUntil([&] {
+        dropped = Dropped();
+        return std::accumulate(dropped.begin(), dropped.end(), 0) == 100;
+    }));
+    EXPECT_LT(TClock::now() - start, 50 * patience.total);
+    // They are told of together, but for those that a busy machine pushes later.
+    EXPECT_LT(dropped.size(), 20U);
 }
 
 TEST(TDelivery, APeerThatTakesTextsSlowlyLosesNone) {
@@ -138,7 +167,7 @@ TEST(TDelivery, DropsTheOldestWhenTooManyWait) {
     PeerDouble peer;
     peer.m_Refuses = 1;
     TDelivery::TPatience patience;
-    patience.firstPause = milliseconds(200);
+    patience.firstPause = std::chrono::seconds(1);
     patience.mostWaiting = 3;
     TDelivery delivery("peer", peer.Send(), patience);
     delivery.Push("under way");

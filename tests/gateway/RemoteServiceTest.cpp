@@ -67,6 +67,11 @@ protected:
         return client.output.size() > 8 ? client.output.substr(8) : "";
     }
 
+    // A busy machine may need longer for a request than the service has for it.
+    bool IsServed() const {
+        return WaitUntil([&] { return Ask("{}", m_Unit) == "{}"; });
+    }
+
     int ConnectPlainly() const {
         const int connected = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_in address{};
@@ -180,34 +185,6 @@ TEST_F(RemoteService, CutsOffWhoTakesTooLong) {
     EXPECT_EQ(m_Requests, 0);
 }
 
-TEST_F(RemoteService, CutsOffWhoDoesNotTakeTheAnswer) {
-    // More than the sockets' buffers hold.
-    m_Binary = std::string(16 << 20, 'x');
-    Start(milliseconds(1000), 1);
-    ChildProcess client({"sh", "-c",
-                         "printf '{}' | openssl s_client -quiet -connect " + m_Host +
-                             ":42042 -cert " + m_Unit + "ostel.cert.pem -key " + m_Unit +
-                             "ostel.key.pem -CAfile " + m_Unit + "ostelRoot.cert.pem | sleep 15"});
-    ASSERT_TRUE(WaitUntil([&] { return m_Requests == 1; }));
-    // There is one thread, so that the next one comes when the first is over.
-    ChildProcess next(Client(m_Unit), "{}");
-    EXPECT_TRUE(WaitUntil([&] { return m_Requests == 2; }));
-}
-
-// It would be whole in the end.
-TEST_F(RemoteService, ASlowRequestGainsNoTime) {
-    Start(milliseconds(400));
-    ChildProcess client(
-        {"sh", "-c",
-         "(printf '{\"a\":['; for i in 1 2 3 4 5 6 7 8 9 10 11 12 13; do printf '1,'; sleep 0.1; "
-         "done; printf '1]}') | openssl s_client -quiet -connect " +
-             m_Host + ":42042 -cert " + m_Unit + "ostel.cert.pem -key " + m_Unit +
-             "ostel.key.pem -CAfile " + m_Unit + "ostelRoot.cert.pem; true"});
-    EXPECT_EQ(client.Wait(std::chrono::seconds(10)), 0);
-    EXPECT_EQ(m_Requests, 0);
-    EXPECT_EQ(Ask("{}", m_Unit), "{}");
-}
-
 TEST_F(RemoteService, ThoseBeyondTheLimitWaitTheirTurn) {
     std::atomic<int> served{0};
     std::atomic<int> most{0};
@@ -235,7 +212,7 @@ TEST_F(RemoteService, ThoseBeyondTheLimitWaitTheirTurn) {
 }
 
 TEST_F(RemoteService, WhoWaitsForAPlaceIsServedOnceSilentOnesAreCutOff) {
-    Start(milliseconds(500), 2);
+    Start(milliseconds(2000), 2);
     const int first = ConnectPlainly();
     const int second = ConnectPlainly();
     const int third = ConnectPlainly();
@@ -263,7 +240,7 @@ TEST_F(RemoteService, SurvivesAThousandSilentConnectionsAtOnce) {
         EXPECT_TRUE(IsEnded(connected));
         close(connected);
     }
-    EXPECT_TRUE(WaitUntil([&] { return Ask("{}", m_Unit) == "{}"; }));
+    EXPECT_TRUE(IsServed());
     EXPECT_TRUE(WaitUntil([&] { return Resources::Descriptors() == before; }));
 }
 
@@ -302,7 +279,8 @@ TEST_F(RemoteService, OutlivesARequestThatCannotBeServed) {
     Start(std::chrono::seconds(10), 1);
     EXPECT_EQ(Ask("{}", m_Unit), "");
     EXPECT_EQ(Ask("{}", m_Unit), "");
-    EXPECT_EQ(RecordingLog::Count(2, "127.0.0.1: std::bad_alloc"), 2);
+    // The line comes behind the end of the connection.
+    EXPECT_TRUE(WaitUntil([] { return RecordingLog::Count(2, "127.0.0.1: std::bad_alloc") == 2; }));
     fails = false;
     EXPECT_EQ(Ask("{}", m_Unit), "{}");
 }
@@ -384,8 +362,36 @@ TEST_F(AClientOfTheRemoteService, LosesNothingByWhatItSendsBehindItsRequest) {
     EXPECT_TRUE(TakesAnswer(*client));
 }
 
+TEST_F(AClientOfTheRemoteService, IsCutOffWhenItDoesNotTakeTheAnswer) {
+    // More than the sockets' buffers hold.
+    m_Binary = std::string(16 << 20, 'x');
+    Start(milliseconds(3000), 1);
+    const auto client = Connect();
+    ASSERT_TRUE(client->Write("{}"));
+    ASSERT_TRUE(WaitUntil([&] { return m_Requests == 1; }));
+    // There is one thread, so that the next one comes when the first is over.
+    ChildProcess next(Client(m_Unit), "{}");
+    EXPECT_TRUE(WaitUntil([&] { return m_Requests == 2; }));
+}
+
+// It would be whole in the end.
+TEST_F(AClientOfTheRemoteService, GainsNoTimeByASlowRequest) {
+    Start(milliseconds(2000));
+    const auto before = Resources::Descriptors();
+    const auto client = Connect();
+    EXPECT_TRUE(client->Write("{\"a\":["));
+    const auto isCutOff = [&] { return Resources::Descriptors() == before + 1; };
+    for (int piece = 0; piece < 60 && !WaitUntil(isCutOff, milliseconds(100)); ++piece) {
+        client->Write("1,");
+    }
+    EXPECT_TRUE(isCutOff());
+    client->Write("1]}");
+    EXPECT_EQ(m_Requests, 0);
+    EXPECT_TRUE(IsServed());
+}
+
 TEST_F(AClientOfTheRemoteService, MayNotStayForever) {
-    Start(milliseconds(500));
+    Start(milliseconds(2000));
     const auto before = Resources::Descriptors();
     const auto client = Connect();
     ASSERT_TRUE(client->Write("{}"));

@@ -22,11 +22,19 @@ protected:
 
 TEST_F(Subscriptions, TellWhatWasSubscribedTo) {
     EXPECT_TRUE(m_Subscriptions.Add("10.0.0.1", "S1", {"Device.A", "Device.B.", "Device.*.C"}));
-    for (const char* name : {"Device.A", "Device.A.X", "Device.B", "Device.B.X", "Device.B.X.Y",
-                             "Device.X.C", "Device.X.Y.C", "Other"}) {
-        m_Subscriptions.OnChange(name, "v");
-        const std::size_t count = m_Peer.Texts().size();
-        WaitUntil([&] { return m_Peer.Texts().size() > count; }, milliseconds(20));
+    struct TChange {
+        const char* name;
+        bool isTold;
+    };
+    // The last is told of behind whatever would be told of before.
+    const TChange changes[] = {
+        {"Device.A", true},     {"Device.A.X", false},   {"Device.B", false}, {"Device.B.X", true},
+        {"Device.B.X.Y", true}, {"Device.X.Y.C", false}, {"Other", false},    {"Device.X.C", true}};
+    std::size_t told = 0;
+    for (const TChange& change : changes) {
+        m_Subscriptions.OnChange(change.name, "v");
+        told += change.isTold ? 1 : 0;
+        ASSERT_TRUE(m_Peer.WaitForTexts(told)) << change.name;
     }
     EXPECT_THAT(
         m_Peer.Texts(),

@@ -54,7 +54,7 @@ protected:
     TFinished Shell(const std::string& command) const {
         std::vector<std::string> arguments = COMPILERS;
         arguments.insert(arguments.end(), {"P=" + m_Prefix.Path().string(), "sh", "-ec", command});
-        return RunProgram(arguments);
+        return RunProgram(arguments, "", std::chrono::seconds(100));
     }
 
     InstalledPrefix m_Prefix;

@@ -12,6 +12,7 @@
 #include "InstalledPrefix.h"
 #include "Strace.h"
 #include "SystemBus.h"
+#include "TlsPeer.h"
 #include "WaitUntil.h"
 #include "WithoutRights.h"
 
@@ -24,7 +25,6 @@ using testing::Not;
 using TNames = std::set<std::string>;
 
 const std::string UNIT = "lib/systemd/system/ostel-gateway.service";
-const std::string ADDRESS = "127.0.0.77";
 
 std::string Contents(const std::string& file) {
     std::ostringstream text;
@@ -142,6 +142,7 @@ TEST(Service, NeedsNoSystemCallThatItsUnitForbids) {
     const InstalledPrefix prefix;
     const SystemBus bus(prefix, WithoutRights::Group());
     setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.Address().c_str(), 1);
+    const std::string address = TlsPeer::FreeHost();
     const std::string certificates = prefix.File("certs");
     ASSERT_EQ(RunProgram({OSTEL_ROOT "/scripts/make-certs", certificates, "unit"}).status, 0);
     ASSERT_EQ(RunProgram({"chmod", "-R", "a+rX", certificates}).status, 0);
@@ -150,11 +151,11 @@ TEST(Service, NeedsNoSystemCallThatItsUnitForbids) {
     ChildProcess gateway(WithoutRights::Runs({"strace", "-D", "-f", "-o", prefix.File("trace"),
                                               prefix.File("bin/ostel-gateway"), "--state",
                                               prefix.File("state.sqlite"), "--remote-address",
-                                              ADDRESS, "--certs", certificates + "/unit"}));
+                                              address, "--certs", certificates + "/unit"}));
     ASSERT_TRUE(gateway.WaitForOutput("ostel-gateway: ready, ")) << gateway.Errors();
     const std::string tool = prefix.File("bin/ostelcli");
     EXPECT_EQ(RunProgram({tool, "add", "Device.NAT.PortMapping."}).status, 0);
-    const TFinished remote = RunProgram({tool, "remote", ADDRESS, "--certs", certificates + "/unit",
+    const TFinished remote = RunProgram({tool, "remote", address, "--certs", certificates + "/unit",
                                          "get", "Device.DeviceInfo.ModelName"});
     EXPECT_EQ(remote.status, 0) << remote.errors;
     gateway.Signal(SIGTERM);

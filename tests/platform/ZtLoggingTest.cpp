@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -280,7 +281,13 @@ TEST(ZtLogging, ServesOtherThreadsWhileStaticObjectsAreDestroyed) {
                                    " timeout 60 " ZT_LOGGING_PROBE " 2>&1");
     EXPECT_EQ(0, run.status);
     EXPECT_EQ("", run.output);
-    const std::vector<std::string> lines = LogEnds::FileLines(path);
+    std::vector<std::string> lines = LogEnds::FileLines(path);
+    // The end of the process may cut off what its other thread is writing.
+    std::ifstream log(path);
+    log.seekg(-1, std::ios::end);
+    if (log.get() != '\n') {
+        lines.pop_back();
+    }
     const std::string name = "a logger name that is too long for a text's own small buffer[";
     EXPECT_THAT(lines, testing::Contains(testing::EndsWith("from the very end")));
     EXPECT_THAT(lines, testing::Each(HasSubstr(" ERROR " + name)));

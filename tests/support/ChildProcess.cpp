@@ -90,8 +90,8 @@ std::string ChildProcess::Errors() const {
     return Contents(m_Dir.File("err"));
 }
 
-bool ChildProcess::WaitForOutput(const std::string& part) const {
-    return WaitUntil([&] { return Output().find(part) != std::string::npos; });
+bool ChildProcess::WaitForOutput(const std::string& part, std::chrono::milliseconds limit) const {
+    return WaitUntil([&] { return Output().find(part) != std::string::npos; }, limit);
 }
 
 bool ChildProcess::WaitForErrors(const std::string& part) const {

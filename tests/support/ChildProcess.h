@@ -26,7 +26,8 @@ public:
 
     std::string Output() const;
     std::string Errors() const;
-    bool WaitForOutput(const std::string& part) const;
+    bool WaitForOutput(const std::string& part,
+                       std::chrono::milliseconds limit = std::chrono::seconds(30)) const;
     bool WaitForErrors(const std::string& part) const;
     pid_t Pid() const { return m_Pid; }
 

@@ -29,7 +29,7 @@ int Count(int level, const std::string& text);
 
 // Waits for a line of that level whose text contains `part`.
 bool WaitFor(int level, const std::string& part,
-             std::chrono::milliseconds limit = std::chrono::seconds(10));
+             std::chrono::milliseconds limit = std::chrono::seconds(30));
 
 // Every call that is not a log line, in order, such as "logInit KTA", "logTerm", "logSync",
 // "setLogLevel 2", "setLogDestination 8".

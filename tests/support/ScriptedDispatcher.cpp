@@ -17,13 +17,6 @@ ScriptedDispatcher::ScriptedDispatcher(const std::string& id) : m_Id(id), m_Peer
     m_Peer.Answer("*", [this](DBusMessage* call) { return AnswerTo(call); });
 }
 
-ScriptedDispatcher::~ScriptedDispatcher() {
-    const std::lock_guard<std::mutex> lock(m_Mutex);
-    for (DBusMessage* call : m_Silent) {
-        dbus_message_unref(call);
-    }
-}
-
 ScriptedDispatcher::TScript ScriptedDispatcher::ScriptOf(DBusMessage* call) const {
     const std::lock_guard<std::mutex> lock(m_Mutex);
     const auto found = m_Script.find(dbus_message_get_member(call));
@@ -47,7 +40,7 @@ DBusMessage* ScriptedDispatcher::AnswerTo(DBusMessage* call) {
             return dbus_message_new_error(call, "com.Kaven.Ostel.Error", script.text.c_str());
         case TManner::KEEP_SILENT: {
             const std::lock_guard<std::mutex> lock(m_Mutex);
-            m_Silent.push_back(dbus_message_ref(call));
+            m_Silent.emplace_back(dbus_message_ref(call));
             break;
         }
         case TManner::DIE:
@@ -65,15 +58,14 @@ void ScriptedDispatcher::Answer(const std::string& method, const std::string& te
 
 void ScriptedDispatcher::Release() {
     m_Peer.WaitForAnswers();
-    std::vector<DBusMessage*> calls;
+    std::vector<TKept> calls;
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
         calls.swap(m_Silent);
     }
-    for (DBusMessage* call : calls) {
-        const TScript script = ScriptOf(call);
-        m_Peer.Send(RawPeer::NewReply(call, script.text, script.code));
-        dbus_message_unref(call);
+    for (const TKept& call : calls) {
+        const TScript script = ScriptOf(call.get());
+        m_Peer.Send(RawPeer::NewReply(call.get(), script.text, script.code));
     }
 }
 

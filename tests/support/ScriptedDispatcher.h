@@ -2,6 +2,7 @@
 #define SCRIPTED_DISPATCHER_H
 
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -24,7 +25,6 @@ public:
     explicit ScriptedDispatcher(const std::string& id = "OSTEL_DISPATCHER");
     ScriptedDispatcher(const ScriptedDispatcher&) = delete;
     ScriptedDispatcher& operator=(const ScriptedDispatcher&) = delete;
-    ~ScriptedDispatcher();
 
     // From now on. A method that is not in the script is answered with an empty text and -1.
     void Answer(const std::string& method, const std::string& text, int code = 0,
@@ -43,6 +43,11 @@ public:
     int Call(const std::string& id, const std::string& method, const std::string& text);
 
 private:
+    struct TUnref {
+        void operator()(DBusMessage* message) const { dbus_message_unref(message); }
+    };
+    using TKept = std::unique_ptr<DBusMessage, TUnref>;
+
     struct TScript {
         std::string text;
         int code;
@@ -55,7 +60,7 @@ private:
     const std::string m_Id;
     mutable std::mutex m_Mutex;
     std::map<std::string, TScript> m_Script;
-    std::vector<DBusMessage*> m_Silent;
+    std::vector<TKept> m_Silent;
     RawPeer m_Peer;  // last: its thread uses the others
 };
 

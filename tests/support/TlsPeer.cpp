@@ -170,7 +170,7 @@ std::vector<std::string> TlsPeer::Requests() const {
 
 bool TlsPeer::WaitForRequest() const {
     std::unique_lock<std::mutex> lock(m_Mutex);
-    return m_Grown.wait_for(lock, std::chrono::seconds(10), [&] { return !m_Requests.empty(); });
+    return m_Grown.wait_for(lock, std::chrono::seconds(30), [&] { return !m_Requests.empty(); });
 }
 
 std::vector<std::string> TlsPeer::Clients() const {
@@ -193,4 +193,8 @@ std::string TlsPeer::Length(std::uint32_t length) {
 
 std::string TlsPeer::FreeHost() {
     return OwnAddress(1);
+}
+
+std::string TlsPeer::AnotherFreeHost() {
+    return OwnAddress(2);
 }

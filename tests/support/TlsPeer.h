@@ -63,6 +63,7 @@ public:
 
     // An address of this process's own at which nobody listens.
     static std::string FreeHost();
+    static std::string AnotherFreeHost();
 
 private:
     void Listen();
