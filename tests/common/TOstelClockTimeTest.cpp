@@ -1,5 +1,6 @@
 #include "TOstelClockTime.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -236,6 +237,15 @@ TEST_F(TOstelClockTimeTest, RandomTimesFillTheRangeButForItsEnd) {
     EXPECT_EQ(times.size(), 10U);
     EXPECT_EQ(*times.begin(), "10:00:00");
     EXPECT_EQ(*times.rbegin(), "10:00:09");
+}
+
+TEST_F(TOstelClockTimeTest, ARandomTimeBeforeALeapSecondMayBeMidnight) {
+    std::set<std::string> times;
+    for (long nanoseconds = 0; nanoseconds < 1000; ++nanoseconds) {
+        FixedTime::StopAt(1700000000, nanoseconds);
+        times.insert(TOstelClockTime::GetRandomTime("23:59:59", "23:59:61"));
+    }
+    EXPECT_THAT(times, testing::ElementsAre("00:00:00", "23:59:59"));
 }
 
 TEST_F(TOstelClockTimeTest, RandomTimesFollowTheClockThroughTheMinimalStandardGenerator) {
